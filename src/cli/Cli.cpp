@@ -1,0 +1,153 @@
+#include "cli/Cli.h"
+
+#include "app/AppPaths.h"
+#include "app/SettingsStore.h"
+#include "protocol/Logging.h"
+
+#include <QCommandLineParser>
+#include <QCoreApplication>
+
+#include <cstdio>
+
+using namespace Qt::StringLiterals;
+
+#ifndef QUILLMOSS_DEFAULT_BACKEND_URL
+#error "QUILLMOSS_DEFAULT_BACKEND_URL must be defined by the build"
+#endif
+
+namespace {
+
+QList<Subcommand> subcommands()
+{
+    return {keychainSubcommand(), settingsSubcommand()};
+}
+
+// The option's value, else the environment variable, else the build default.
+QUrl configuredUrl(const QCommandLineParser& parser, const QString& option, const char* variable,
+                   const char* fallback)
+{
+    if (parser.isSet(option)) {
+        return QUrl(parser.value(option));
+    }
+    const QString fromEnvironment = qEnvironmentVariable(variable);
+    return QUrl(fromEnvironment.isEmpty() ? QString::fromUtf8(fallback) : fromEnvironment);
+}
+
+QString overview()
+{
+    QString text = u"Usage: quillmoss [global options] COMMAND [ARGS]\n\n"
+                   u"Quillmoss from the command line.\n\nCommands:\n"_s;
+    for (const Subcommand& command : subcommands()) {
+        text += u"  %1%2\n"_s.arg(command.name.leftJustified(12), command.summary);
+    }
+    text += u"\nGlobal options:\n"
+            u"  --backend URL          backend base URL (else QUILLMOSS_BACKEND_URL)\n"
+            u"  --web URL              product web-site base URL (else QUILLMOSS_WEB_URL)\n"
+            u"  --model-base-url URL   speech-model host (else QUILLMOSS_MODEL_BASE_URL)\n"
+            u"  --json                 machine-readable output\n"
+            u"  --verbose              debug log lines on stderr\n"
+            u"  -h, --help             this text; COMMAND --help for a command's usage\n"
+            u"  --version              the version\n\n"
+            u"Exit status: 0 done, 1 refused or failed, 2 usage error.\n"_s;
+    return text;
+}
+
+} // namespace
+
+CliContext::CliContext() : out(stdout), err(stderr) {}
+
+CliContext::~CliContext() = default;
+
+SettingsStore& CliContext::settings()
+{
+    if (!m_settings) {
+        m_settings = std::make_unique<SettingsStore>(AppPaths::settingsFilePath());
+    }
+    return *m_settings;
+}
+
+int CliContext::fail(const QString& message)
+{
+    err << u"quillmoss: "_s << message << Qt::endl;
+    return ExitFailed;
+}
+
+int CliContext::usageError(const QString& message, const QString& usage)
+{
+    err << u"quillmoss: "_s << message << u"\nUsage:\n"_s;
+    for (const QString& line : usage.split(u'\n', Qt::SkipEmptyParts)) {
+        err << u"  quillmoss "_s << line << u'\n';
+    }
+    err.flush();
+    return ExitUsage;
+}
+
+int runCli(const QStringList& arguments)
+{
+    QCommandLineParser parser;
+    parser.setOptionsAfterPositionalArgumentsMode(QCommandLineParser::ParseAsPositionalArguments);
+    parser.addOptions({
+        {u"backend"_s, u"Backend base URL."_s, u"URL"_s},
+        {u"web"_s, u"Product web-site base URL."_s, u"URL"_s},
+        {u"model-base-url"_s, u"Speech-model host."_s, u"URL"_s},
+        {u"json"_s, u"Machine-readable output."_s},
+        {u"verbose"_s, u"Debug log lines on stderr."_s},
+        {{u"h"_s, u"help"_s}, u"Show help."_s},
+        {u"version"_s, u"Show the version."_s},
+    });
+    parser.addPositionalArgument(u"command"_s, u"The command to run."_s);
+
+    CliContext context;
+    if (!parser.parse(arguments)) {
+        return context.usageError(parser.errorText(), u"--help"_s);
+    }
+
+    LogOptions logOptions;
+    logOptions.directory = AppPaths::logsDirectory();
+    // The terminal is for the command's own output: only warnings and errors
+    // of the services show there unless asked for more. The file gets info too.
+    logOptions.filterRules =
+        parser.isSet(u"verbose"_s) ? u"com.quillmoss.*.debug=true"_s : QString();
+    Logging::install(logOptions);
+
+    if (parser.isSet(u"version"_s)) {
+        context.out << QCoreApplication::applicationName() << u' '
+                    << QCoreApplication::applicationVersion() << Qt::endl;
+        return ExitDone;
+    }
+    const QStringList positional = parser.positionalArguments();
+    if (parser.isSet(u"help"_s) || positional.isEmpty()) {
+        (positional.isEmpty() && !parser.isSet(u"help"_s) ? context.err : context.out)
+            << overview();
+        return parser.isSet(u"help"_s) ? ExitDone : ExitUsage;
+    }
+
+    context.backendUrl =
+        configuredUrl(parser, u"backend"_s, "QUILLMOSS_BACKEND_URL", QUILLMOSS_DEFAULT_BACKEND_URL);
+    context.webUrl =
+        configuredUrl(parser, u"web"_s, "QUILLMOSS_WEB_URL", QUILLMOSS_DEFAULT_WEB_URL);
+    context.modelBaseUrl = configuredUrl(parser, u"model-base-url"_s, "QUILLMOSS_MODEL_BASE_URL",
+                                         QUILLMOSS_DEFAULT_MODEL_BASE_URL);
+    context.json = parser.isSet(u"json"_s);
+
+    const QString& name = positional.first();
+    const QStringList commandArguments = positional.mid(1);
+    // The command's name only: arguments may carry what has no place in a log.
+    qCInfo(lcApp).noquote() << u"▶️ quillmoss %1 %2 started"_s.arg(
+        name, QCoreApplication::applicationVersion());
+    for (const Subcommand& command : subcommands()) {
+        if (command.name != name) {
+            continue;
+        }
+        if (commandArguments.contains(u"--help"_s) || commandArguments.contains(u"-h"_s)) {
+            context.out << command.summary << u"\nUsage:\n"_s;
+            for (const QString& line : command.usage.split(u'\n', Qt::SkipEmptyParts)) {
+                context.out << u"  quillmoss "_s << line << u'\n';
+            }
+            return ExitDone;
+        }
+        return command.run(context, commandArguments);
+    }
+    context.err << u"quillmoss: unknown command \"%1\"\n\n"_s.arg(name) << overview();
+    return ExitUsage;
+}

@@ -1,0 +1,64 @@
+// The `quillmoss` command line: global options, the shared context handed to
+// every subcommand, and the table of subcommands.
+#pragma once
+
+#include <QString>
+#include <QStringList>
+#include <QTextStream>
+#include <QUrl>
+
+#include <functional>
+#include <memory>
+
+class SettingsStore;
+
+enum ExitCode : int
+{
+    ExitDone = 0,   // the command did what was asked
+    ExitFailed = 1, // refused or failed; the user-facing message is on stderr
+    ExitUsage = 2,  // the command line itself is wrong
+};
+
+// What a subcommand sees: global options, output streams, the shared stores.
+class CliContext
+{
+public:
+    CliContext();
+    ~CliContext();
+    CliContext(const CliContext&) = delete;
+    CliContext& operator=(const CliContext&) = delete;
+
+    QUrl backendUrl;
+    QUrl webUrl;
+    QUrl modelBaseUrl;
+    bool json = false;
+
+    QTextStream out;
+    QTextStream err;
+
+    // The user's settings, opened on first use.
+    SettingsStore& settings();
+
+    // Prints "quillmoss: <message>" on stderr and returns ExitFailed.
+    int fail(const QString& message);
+    // Prints the message and the subcommand's usage on stderr; returns ExitUsage.
+    int usageError(const QString& message, const QString& usage);
+
+private:
+    std::unique_ptr<SettingsStore> m_settings;
+};
+
+struct Subcommand
+{
+    QString name;
+    QString summary;
+    QString usage; // one line per form, without the leading "quillmoss "
+    std::function<int(CliContext&, const QStringList&)> run;
+};
+
+// Runs the command line `arguments` (arguments[0] is the program).
+int runCli(const QStringList& arguments);
+
+// Subcommands, one file each.
+Subcommand keychainSubcommand();
+Subcommand settingsSubcommand();
