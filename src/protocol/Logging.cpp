@@ -36,6 +36,24 @@ Sink& sink()
     return instance;
 }
 
+// QtMsgType's values are not in order of severity (QtInfoMsg comes last).
+int severity(QtMsgType type)
+{
+    switch (type) {
+    case QtDebugMsg:
+        return 0;
+    case QtInfoMsg:
+        return 1;
+    case QtWarningMsg:
+        return 2;
+    case QtCriticalMsg:
+        return 3;
+    case QtFatalMsg:
+        return 4;
+    }
+    return 4;
+}
+
 QChar levelLetter(QtMsgType type)
 {
     switch (type) {
@@ -90,7 +108,7 @@ void handleMessage(QtMsgType type, const QMessageLogContext& context, const QStr
     Sink& s = sink();
     {
         const QMutexLocker lock(&s.mutex);
-        if (s.options.toStderr) {
+        if (s.options.toStderr && severity(type) >= severity(s.options.stderrThreshold)) {
             std::fwrite(line.constData(), 1, static_cast<size_t>(line.size()), stderr);
             std::fflush(stderr);
         }

@@ -16,6 +16,9 @@ struct LogOptions
     // Folder of the daily log files; empty writes no file.
     QString directory;
     bool toStderr = true;
+    // Lines less severe than this go to the file only (a command line keeps its
+    // terminal for its own output).
+    QtMsgType stderrThreshold = QtDebugMsg;
     // Extra filter rules in QT_LOGGING_RULES syntax ("com.quillmoss.*.debug=true"),
     // separated by ';' or newlines. Applied after the defaults, so they win.
     QString filterRules;
