@@ -106,8 +106,9 @@ int runCli(const QStringList& arguments)
     logOptions.directory = AppPaths::logsDirectory();
     // The terminal is for the command's own output: only warnings and errors
     // of the services show there unless asked for more. The file gets info too.
-    logOptions.filterRules =
-        parser.isSet(u"verbose"_s) ? u"com.quillmoss.*.debug=true"_s : QString();
+    const bool verbose = parser.isSet(u"verbose"_s);
+    logOptions.stderrThreshold = verbose ? QtDebugMsg : QtWarningMsg;
+    logOptions.filterRules = verbose ? u"com.quillmoss.*.debug=true"_s : QString();
     Logging::install(logOptions);
 
     if (parser.isSet(u"version"_s)) {
