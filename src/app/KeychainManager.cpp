@@ -2,7 +2,6 @@
 
 #include "protocol/Logging.h"
 
-#include <QMutexLocker>
 #include <QTextBoundaryFinder>
 
 #include <algorithm>
@@ -100,43 +99,6 @@ bool isKeyCharacter(char32_t c)
 } // namespace
 
 KeychainManager::KeychainManager(QString serviceName) : m_serviceName(std::move(serviceName)) {}
-
-KeychainManager::~KeychainManager()
-{
-    // Calls already queued still run, so no caller waits on a future forever.
-    if (m_workerThread) {
-        m_workerThread->quit();
-        m_workerThread->wait();
-    }
-}
-
-QObject* KeychainManager::workerContext()
-{
-    const QMutexLocker lock(&m_workerMutex);
-    if (!m_workerThread) {
-        m_workerThread = std::make_unique<QThread>();
-        m_workerThread->setObjectName(u"KeychainWorker"_s);
-        m_workerContext = std::make_unique<QObject>();
-        m_workerContext->moveToThread(m_workerThread.get());
-        m_workerThread->start();
-    }
-    return m_workerContext.get();
-}
-
-template <typename T, typename Work> QFuture<T> KeychainManager::enqueue(Work work)
-{
-    auto promise = std::make_shared<QPromise<T>>();
-    QFuture<T> future = promise->future();
-    promise->start();
-    QMetaObject::invokeMethod(
-        workerContext(),
-        [promise, work = std::move(work)] {
-            promise->addResult(work());
-            promise->finish();
-        },
-        Qt::QueuedConnection);
-    return future;
-}
 
 KeychainManager& KeychainManager::shared()
 {
@@ -319,25 +281,25 @@ bool KeychainManager::isReachable() const
 
 QFuture<bool> KeychainManager::storeKeyAsync(const QString& value, const QString& key)
 {
-    return enqueue<bool>([this, value, key] { return storeKey(value, key); });
+    return m_worker.run<bool>([this, value, key] { return storeKey(value, key); });
 }
 
 QFuture<std::optional<QString>> KeychainManager::readKeyAsync(const QString& key)
 {
-    return enqueue<std::optional<QString>>([this, key] { return readKey(key); });
+    return m_worker.run<std::optional<QString>>([this, key] { return readKey(key); });
 }
 
 QFuture<bool> KeychainManager::deleteKeyAsync(const QString& key)
 {
-    return enqueue<bool>([this, key] { return deleteKey(key); });
+    return m_worker.run<bool>([this, key] { return deleteKey(key); });
 }
 
 QFuture<bool> KeychainManager::deleteAllKeysAsync()
 {
-    return enqueue<bool>([this] { return deleteAllKeys(); });
+    return m_worker.run<bool>([this] { return deleteAllKeys(); });
 }
 
 QFuture<QStringList> KeychainManager::allKeysAsync()
 {
-    return enqueue<QStringList>([this] { return allKeys(); });
+    return m_worker.run<QStringList>([this] { return allKeys(); });
 }

@@ -2,6 +2,8 @@
 // Secret Service (gnome-keyring, KWallet) under the service "Quillmoss".
 #pragma once
 
+#include "protocol/SerialWorker.h"
+
 #include <QFuture>
 #include <QMutex>
 #include <QPromise>
@@ -9,7 +11,6 @@
 #include <QStringList>
 #include <QThread>
 
-#include <memory>
 #include <optional>
 
 // Every operation is synchronous and safe from any thread; each is one or two
@@ -21,7 +22,7 @@ class KeychainManager
 {
 public:
     explicit KeychainManager(QString serviceName = QStringLiteral("Quillmoss"));
-    ~KeychainManager();
+    ~KeychainManager() = default;
     KeychainManager(const KeychainManager&) = delete;
     KeychainManager& operator=(const KeychainManager&) = delete;
 
@@ -64,15 +65,7 @@ private:
     bool updateItem(const QString& value, const QString& key) const;
     bool writeItem(const QString& value, const QString& key, const QString& failureText) const;
 
-    // Runs `work` on the worker thread after everything queued before it.
-    template <typename T, typename Work> QFuture<T> enqueue(Work work);
-    QObject* workerContext();
-
     const QString m_serviceName;
-    QMutex m_workerMutex; // guards the two below
-    // Started on the first asynchronous call. Its event queue keeps the calls in
-    // order (a thread pool would not: waiting on a future runs a task that has
-    // not started yet on the waiting thread, ahead of the ones before it).
-    std::unique_ptr<QThread> m_workerThread;
-    std::unique_ptr<QObject> m_workerContext; // lives on m_workerThread
+    // Asynchronous calls run here, in the order made.
+    SerialWorker m_worker{QStringLiteral("KeychainWorker")};
 };

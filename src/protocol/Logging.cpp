@@ -14,6 +14,9 @@ using namespace Qt::StringLiterals;
 Q_LOGGING_CATEGORY(lcApp, "com.quillmoss.app")
 Q_LOGGING_CATEGORY(lcKeychain, "com.quillmoss.keychain")
 Q_LOGGING_CATEGORY(lcSettings, "com.quillmoss.settings")
+Q_LOGGING_CATEGORY(lcCapture, "com.quillmoss.capture")
+Q_LOGGING_CATEGORY(lcCall, "com.quillmoss.call")
+Q_LOGGING_CATEGORY(lcDevices, "com.quillmoss.devices")
 Q_LOGGING_CATEGORY(lcMcp, "com.quillmoss.mcp")
 
 namespace {

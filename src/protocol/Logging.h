@@ -9,6 +9,9 @@
 Q_DECLARE_LOGGING_CATEGORY(lcApp)      // "com.quillmoss.app"
 Q_DECLARE_LOGGING_CATEGORY(lcKeychain) // "com.quillmoss.keychain"
 Q_DECLARE_LOGGING_CATEGORY(lcSettings) // "com.quillmoss.settings"
+Q_DECLARE_LOGGING_CATEGORY(lcCapture)  // "com.quillmoss.capture"
+Q_DECLARE_LOGGING_CATEGORY(lcCall)     // "com.quillmoss.call"
+Q_DECLARE_LOGGING_CATEGORY(lcDevices)  // "com.quillmoss.devices"
 Q_DECLARE_LOGGING_CATEGORY(lcMcp)      // "com.quillmoss.mcp": lines carry file and function
 
 struct LogOptions
