@@ -19,7 +19,8 @@ namespace {
 
 QList<Subcommand> subcommands()
 {
-    return {keychainSubcommand(), settingsSubcommand()};
+    return {keychainSubcommand(), settingsSubcommand(), devicesSubcommand(), callSubcommand(),
+            benchSubcommand()};
 }
 
 // The option's value, else the environment variable, else the build default.

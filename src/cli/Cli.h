@@ -62,3 +62,6 @@ int runCli(const QStringList& arguments);
 // Subcommands, one file each.
 Subcommand keychainSubcommand();
 Subcommand settingsSubcommand();
+Subcommand devicesSubcommand();
+Subcommand benchSubcommand();
+Subcommand callSubcommand();

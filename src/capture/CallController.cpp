@@ -1,0 +1,435 @@
+#include "capture/CallController.h"
+
+#include "app/AppPaths.h"
+#include "app/SettingsStore.h"
+#include "capture/AudioDeviceManager.h"
+#include "capture/CallSession.h"
+#include "capture/SpeechRecognizer.h"
+#include "capture/TranscriptionViewModel.h"
+#include "protocol/Logging.h"
+
+#include <QDir>
+#include <QProcess>
+#include <QStandardPaths>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+const auto selectedAudioDeviceKey = u"selectedAudioDevice"_s;
+
+QString yesNo(bool value)
+{
+    return value ? u"true"_s : u"false"_s;
+}
+
+// The desktop's sound settings, where recording from outputs and inputs is
+// allowed or blocked; the first one installed is opened.
+bool openDesktopSoundSettings()
+{
+    const QList<QPair<QString, QStringList>> candidates = {
+        {u"gnome-control-center"_s, {u"sound"_s}},
+        {u"pavucontrol"_s, {u"--tab=2"_s}},
+        {u"systemsettings"_s, {u"kcm_pulseaudio"_s}},
+        {u"xfce4-mixer"_s, {}},
+    };
+    for (const auto& [program, arguments] : candidates) {
+        const QString path = QStandardPaths::findExecutable(program);
+        if (!path.isEmpty() && QProcess::startDetached(path, arguments)) {
+            return true;
+        }
+    }
+    return false;
+}
+
+} // namespace
+
+CallController::CallController(CaptureBackend& capture, SettingsStore& settings, QObject* parent)
+    : CallController(capture, settings, Options{}, parent)
+{}
+
+CallController::CallController(CaptureBackend& capture, SettingsStore& settings, Options options,
+                               QObject* parent)
+    : QObject(parent), m_capture(capture), m_settings(settings), m_options(std::move(options)),
+      m_transcript(new TranscriptionViewModel(this))
+{
+    if (m_options.whisperInputPath.isEmpty()) {
+        m_options.whisperInputPath =
+            QDir(AppPaths::documentsDirectory()).filePath(u"whisper_input.wav"_s);
+    }
+    if (!m_options.openPrivacySettings) {
+        m_options.openPrivacySettings = [] {
+            if (!openDesktopSoundSettings()) {
+                qCWarning(lcCall) << "⚠️ No sound settings program found: allow recording in "
+                                     "your desktop's sound settings";
+            }
+        };
+    }
+
+    CallAudioPipeline::Callbacks callbacks;
+    callbacks.onLevel = [this](LevelReading reading) {
+        QMetaObject::invokeMethod(
+            this, [this, reading] { publishLevel(reading); }, Qt::QueuedConnection);
+    };
+    callbacks.onChunk = [this](const CallChunk& chunk) {
+        QMetaObject::invokeMethod(
+            this, [this, chunk] { handleChunk(chunk); }, Qt::QueuedConnection);
+    };
+    m_pipeline = std::make_shared<CallAudioPipeline>(std::move(callbacks),
+                                                     m_options.whisperInputPath, m_options.clock);
+
+    m_permissionTimer.setInterval(permissionPollIntervalMs);
+    connect(&m_permissionTimer, &QTimer::timeout, this, [this] { checkPermissions(false); });
+    m_durationTimer.setInterval(1000);
+    connect(&m_durationTimer, &QTimer::timeout, this, [this] {
+        m_callModel.duration =
+            static_cast<double>(m_callModel.startTime.msecsTo(QDateTime::currentDateTimeUtc())) /
+            1000.0;
+        Q_EMIT callModelChanged();
+    });
+
+    loadStoredAudioDevice();
+    connect(AudioDeviceManager::notifier(), &AudioDeviceNotifier::audioDeviceChanged, this,
+            &CallController::handleAudioDeviceChanged);
+}
+
+CallController::~CallController()
+{
+    m_permissionTimer.stop();
+    m_durationTimer.stop();
+    // No capture handler runs once this returns, so nothing reaches the
+    // pipeline or this object from a capture thread afterwards.
+    m_worker
+        .run<bool>([this] {
+            m_capture.stop();
+            return true;
+        })
+        .waitForFinished();
+    m_pipeline.reset();
+}
+
+AudioDevice CallController::selectedAudioDeviceOrEmpty() const
+{
+    return m_selectedAudioDevice.value_or(AudioDevice{});
+}
+
+void CallController::setRecognizer(SpeechRecognizer* recognizer)
+{
+    if (m_recognizer) {
+        disconnect(m_recognizer, nullptr, this, nullptr);
+    }
+    m_recognizer = recognizer;
+    if (m_recognizer) {
+        connect(m_recognizer, &SpeechRecognizer::textRecognized, this,
+                &CallController::handleRecognizedText, Qt::QueuedConnection);
+    }
+}
+
+void CallController::setSession(CallSession* session)
+{
+    m_session = session;
+}
+
+void CallController::setInitializationState(const QString& status, double progress, bool finished)
+{
+    m_initializationStatus = status;
+    m_initializationProgress = progress;
+    m_isInitializingModels = !finished;
+    Q_EMIT initializationChanged();
+}
+
+void CallController::loadStoredAudioDevice()
+{
+    const std::optional<QString> id = m_settings.stringValue(selectedAudioDeviceKey);
+    if (!id || id->isEmpty()) {
+        return;
+    }
+    AudioDevice device;
+    device.id = *id;
+    device.name = *id; // the device list supplies the description once it is known
+    m_selectedAudioDevice = device;
+    qCInfo(lcCall).noquote() << u"🎤 [CallController] Loaded selected audio device: "_s +
+                                    device.name;
+}
+
+void CallController::checkPermissions(bool requestIfNecessary)
+{
+    if (!m_isCheckingPermissions) {
+        m_isCheckingPermissions = true;
+        Q_EMIT isCheckingPermissionsChanged();
+    }
+    qCInfo(lcCall).noquote() << u"🔐 Checking permissions - requestIfNecessary: "_s +
+                                    yesNo(requestIfNecessary);
+    const QString source = m_selectedAudioDevice ? m_selectedAudioDevice->id : QString();
+    m_worker.post([this, requestIfNecessary, source] {
+        const PermissionResult screen = m_capture.checkSystemAudioAccess();
+        if (screen.granted) {
+            qCInfo(lcCall) << "🔐 Screen recording permission: GRANTED";
+        } else {
+            qCInfo(lcCall).noquote()
+                << u"🔐 Screen recording permission: DENIED - "_s + screen.error;
+        }
+
+        const MicrophoneAuthorization status = m_capture.microphoneAuthorization(source);
+        qCInfo(lcCall).noquote() << u"🔐 Microphone permission status: "_s +
+                                        QString::number(static_cast<int>(status));
+        bool microphone = false;
+        switch (status) {
+        case MicrophoneAuthorization::Authorized:
+            qCInfo(lcCall) << "🔐 Microphone permission: GRANTED";
+            microphone = true;
+            break;
+        case MicrophoneAuthorization::Denied:
+        case MicrophoneAuthorization::Restricted:
+            qCInfo(lcCall) << "🔐 Microphone permission: DENIED/RESTRICTED";
+            break;
+        case MicrophoneAuthorization::NotDetermined:
+            if (requestIfNecessary) {
+                qCInfo(lcCall) << "🔐 Requesting microphone permission...";
+                microphone = m_capture.requestMicrophoneAccess(source);
+                qCInfo(lcCall).noquote()
+                    << u"🔐 Microphone permission request result: "_s + yesNo(microphone);
+            } else {
+                qCInfo(lcCall) << "🔐 Microphone permission: NOT DETERMINED (not requesting)";
+            }
+            break;
+        default:
+            qCInfo(lcCall) << "🔐 Microphone permission: UNKNOWN";
+            break;
+        }
+
+        QMetaObject::invokeMethod(
+            this,
+            [this, screen = screen.granted, microphone, requestIfNecessary] {
+                if (!screen && requestIfNecessary) {
+                    qCInfo(lcCall)
+                        << "🔐 Screen recording permission needed - opening privacy settings";
+                    openPrivacySettings();
+                }
+                applyPermissionResult(screen, microphone);
+            },
+            Qt::QueuedConnection);
+    });
+}
+
+void CallController::applyPermissionResult(bool screen, bool microphone)
+{
+    const bool combined = screen && microphone;
+    qCInfo(lcCall).noquote() << u"🔐 Final permission status - Screen: "_s + yesNo(screen) +
+                                    u", Mic: "_s + yesNo(microphone) + u", Combined: "_s +
+                                    yesNo(combined);
+    if (m_hasRequiredPermissions != combined) {
+        m_hasRequiredPermissions = combined;
+        Q_EMIT hasRequiredPermissionsChanged();
+    }
+    if (m_callModel.hasPermission != combined) {
+        m_callModel.hasPermission = combined;
+        Q_EMIT callModelChanged();
+    }
+    m_isCheckingPermissions = false;
+    Q_EMIT isCheckingPermissionsChanged();
+    qCInfo(lcCall).noquote() << u"🔐 Permission check: hasRequiredPermissions = "_s +
+                                    yesNo(combined);
+    if (combined && m_permissionTimer.isActive()) {
+        qCInfo(lcCall) << "🔐 Permissions granted, stopping timer";
+        m_permissionTimer.stop();
+    }
+}
+
+void CallController::startPermissionPolling()
+{
+    if (m_hasRequiredPermissions) {
+        qCInfo(lcCall) << "🔐 Permissions already granted, not starting timer";
+        return;
+    }
+    if (m_permissionTimer.isActive()) {
+        return;
+    }
+    qCInfo(lcCall) << "🔐 Starting permission check timer";
+    m_permissionTimer.start();
+}
+
+void CallController::stopPermissionPolling()
+{
+    m_permissionTimer.stop();
+}
+
+void CallController::openPrivacySettings()
+{
+    m_options.openPrivacySettings();
+    qCInfo(lcCall) << "🔐 Opened privacy settings";
+}
+
+bool CallController::startCall()
+{
+    if (m_isLive) {
+        return false;
+    }
+    m_pipeline->reset();
+    m_pipeline->setPaused(false);
+
+    m_callModel.isLive = true;
+    m_callModel.isAudioPaused = false;
+    m_callModel.startTime = QDateTime::currentDateTimeUtc();
+    m_callModel.duration = 0.0;
+    m_isLive = true;
+    m_durationTimer.start();
+    Q_EMIT callModelChanged();
+    Q_EMIT isLiveChanged();
+    qCInfo(lcCall) << "🎤 [CallController] Call started";
+
+    if (m_session != nullptr) {
+        m_session->connect();
+    }
+
+    // Capture starts off the GUI thread: opening streams waits on the sound server.
+    const QString source = m_selectedAudioDevice ? m_selectedAudioDevice->id : QString();
+    const std::shared_ptr<CaptureStreamOutput> output = m_pipeline->makeStreamOutput();
+    m_worker.post([this, output, source] {
+        const std::optional<QString> error = m_capture.start(output, source);
+        QMetaObject::invokeMethod(
+            this,
+            [this, error] {
+                if (error) {
+                    qCWarning(lcCall).noquote()
+                        << u"❌ [CallController] Could not start capture: "_s + *error;
+                }
+                setCaptureError(error.value_or(QString()));
+                Q_EMIT captureStarted(error.value_or(QString()));
+            },
+            Qt::QueuedConnection);
+    });
+    return true;
+}
+
+void CallController::pauseCall()
+{
+    if (!m_isLive || m_callModel.isAudioPaused) {
+        return;
+    }
+    m_pipeline->setPaused(true);
+    m_callModel.isAudioPaused = true;
+    Q_EMIT callModelChanged();
+}
+
+void CallController::resumeCall()
+{
+    if (!m_isLive || !m_callModel.isAudioPaused) {
+        return;
+    }
+    m_pipeline->setPaused(false);
+    m_callModel.isAudioPaused = false;
+    Q_EMIT callModelChanged();
+}
+
+void CallController::endCall()
+{
+    if (!m_isLive) {
+        return;
+    }
+    if (m_session != nullptr) {
+        m_session->disconnect();
+    }
+    m_pipeline->reset();
+    m_transcript->clear();
+    m_callModel.hasActiveChat = false;
+    Q_EMIT callEnded();
+
+    m_isLive = false;
+    m_durationTimer.stop();
+    m_callModel.isLive = false;
+    m_callModel.isAudioPaused = false;
+    m_callModel.audioLevel = 0.0F;
+    m_callModel.isAudioCapturing = false;
+    m_pipeline->setPaused(false);
+    Q_EMIT callModelChanged();
+    Q_EMIT isLiveChanged();
+    qCInfo(lcCall) << "🎤 [CallController] Call ended";
+
+    m_worker.post([this] { m_capture.stop(); });
+}
+
+void CallController::publishLevel(LevelReading reading)
+{
+    if (!m_isLive) {
+        return;
+    }
+    m_callModel.audioLevel = reading.level;
+    m_callModel.isAudioCapturing = reading.capturing;
+    Q_EMIT callModelChanged();
+}
+
+void CallController::handleChunk(const CallChunk& chunk)
+{
+    // A chunk taken just before the call ended belongs to nobody now.
+    if (!m_isLive) {
+        return;
+    }
+    Q_EMIT chunkTaken(chunk);
+    if (m_recognizer) {
+        m_recognizer->recognize(chunk.samples);
+    }
+}
+
+void CallController::handleRecognizedText(const QString& text)
+{
+    if (!m_isLive || text.isEmpty()) {
+        return;
+    }
+    m_transcript->addLocalTranscription(text);
+    if (m_session != nullptr && m_session->isConnected()) {
+        m_session->sendClientTranscription(text, std::nullopt, transcriptionConfidence,
+                                           std::nullopt);
+    }
+}
+
+void CallController::setCaptureError(const QString& error)
+{
+    if (m_captureError != error) {
+        m_captureError = error;
+        Q_EMIT captureErrorChanged();
+    }
+}
+
+void CallController::selectAudioDevice(const AudioDevice& device)
+{
+    m_selectedAudioDevice = device;
+    m_settings.setString(selectedAudioDeviceKey, device.id);
+    Q_EMIT selectedAudioDeviceChanged();
+    qCInfo(lcCall).noquote() << u"🎤 [CallController] Stored selected audio device: "_s +
+                                    device.name;
+}
+
+void CallController::handleAudioDeviceChanged(const AudioDevice& device)
+{
+    qCInfo(lcCall).noquote() << u"🎤 [CallController] Audio device changed to: "_s + device.name;
+    m_selectedAudioDevice = device;
+    Q_EMIT selectedAudioDeviceChanged();
+    if (m_isLive) {
+        // The running streams stay as they are.
+        qCInfo(lcCall) << "🎤 [CallController] Device changed during active call. New device "
+                          "will be used on next call start.";
+    }
+}
+
+void CallController::sendAgentSettings()
+{
+    if (m_session == nullptr || !m_session->isConnected()) {
+        return;
+    }
+    m_session->sendAgentSettings(m_callModel.isAgentModeEnabled,
+                                 m_callModel.agentSuggestionIntervalMs);
+}
+
+void CallController::setAgentMode(bool enabled, int suggestionIntervalMs)
+{
+    m_callModel.isAgentModeEnabled = enabled;
+    m_callModel.agentSuggestionIntervalMs = suggestionIntervalMs;
+    Q_EMIT callModelChanged();
+}
+
+QString CallController::endCallConfirmationText()
+{
+    return u"This will close the AI assistant session. Do you want to pause instead? Warning: "
+           u"pausing will keep call minutes running."_s;
+}

@@ -1,0 +1,156 @@
+// The spine of a call: starts and ends it, owns the call record, the live
+// transcript and the capture, checks the capture permissions, and hands every
+// recognized piece of text to the transcript and the backend session.
+#pragma once
+
+#include "capture/AudioDevice.h"
+#include "capture/CallAudioPipeline.h"
+#include "capture/CallModel.h"
+#include "capture/CaptureBackend.h"
+#include "capture/TranscriptionViewModel.h"
+#include "protocol/SerialWorker.h"
+
+#include <QObject>
+#include <QPointer>
+#include <QTimer>
+
+#include <functional>
+#include <memory>
+
+class CallSession;
+class SettingsStore;
+class SpeechRecognizer;
+
+class CallController : public QObject
+{
+    Q_OBJECT
+    Q_PROPERTY(CallModel callModel READ callModel NOTIFY callModelChanged)
+    Q_PROPERTY(bool isLive READ isLive NOTIFY isLiveChanged)
+    Q_PROPERTY(TranscriptionViewModel* transcriptionViewModel READ transcriptionViewModel CONSTANT)
+    Q_PROPERTY(bool hasRequiredPermissions READ hasRequiredPermissions NOTIFY
+                   hasRequiredPermissionsChanged)
+    Q_PROPERTY(
+        bool isCheckingPermissions READ isCheckingPermissions NOTIFY isCheckingPermissionsChanged)
+    Q_PROPERTY(bool isInitializingModels READ isInitializingModels NOTIFY initializationChanged)
+    Q_PROPERTY(QString initializationStatus READ initializationStatus NOTIFY initializationChanged)
+    Q_PROPERTY(
+        double initializationProgress READ initializationProgress NOTIFY initializationChanged)
+    Q_PROPERTY(
+        bool hasSelectedAudioDevice READ hasSelectedAudioDevice NOTIFY selectedAudioDeviceChanged)
+    Q_PROPERTY(AudioDevice selectedAudioDevice READ selectedAudioDeviceOrEmpty NOTIFY
+                   selectedAudioDeviceChanged)
+    Q_PROPERTY(QString captureError READ captureError NOTIFY captureErrorChanged)
+
+public:
+    struct Options
+    {
+        // Where the last chunk is kept ("whisper_input.wav" in Documents by default).
+        QString whisperInputPath;
+        // Monotonic time for the chunk and level rules; tests inject their own.
+        CaptureBuffers::Clock clock = std::chrono::steady_clock::now;
+        // Opens the desktop's sound settings; the default tries the usual ones.
+        std::function<void()> openPrivacySettings;
+    };
+
+    static constexpr int permissionPollIntervalMs = 3000;
+    static constexpr double transcriptionConfidence = 0.95;
+
+    CallController(CaptureBackend& capture, SettingsStore& settings, Options options,
+                   QObject* parent = nullptr);
+    CallController(CaptureBackend& capture, SettingsStore& settings, QObject* parent = nullptr);
+    ~CallController() override;
+
+    CallModel callModel() const { return m_callModel; }
+    bool isLive() const { return m_isLive; }
+    TranscriptionViewModel* transcriptionViewModel() const { return m_transcript; }
+    bool hasRequiredPermissions() const { return m_hasRequiredPermissions; }
+    bool isCheckingPermissions() const { return m_isCheckingPermissions; }
+    bool isInitializingModels() const { return m_isInitializingModels; }
+    QString initializationStatus() const { return m_initializationStatus; }
+    double initializationProgress() const { return m_initializationProgress; }
+    std::optional<AudioDevice> selectedAudioDevice() const { return m_selectedAudioDevice; }
+    bool hasSelectedAudioDevice() const { return m_selectedAudioDevice.has_value(); }
+    AudioDevice selectedAudioDeviceOrEmpty() const;
+    QString captureError() const { return m_captureError; }
+    bool isPermissionPolling() const { return m_permissionTimer.isActive(); }
+
+    // Seams filled by the application: recognition and the backend session.
+    // Without a recognizer chunks are dropped; without a connected session
+    // recognized text is only shown.
+    void setRecognizer(SpeechRecognizer* recognizer);
+    void setSession(CallSession* session);
+
+    // Start-up progress, as the model initialization reports it.
+    void setInitializationState(const QString& status, double progress, bool finished);
+
+    Q_INVOKABLE void checkPermissions(bool requestIfNecessary);
+    Q_INVOKABLE void startPermissionPolling();
+    Q_INVOKABLE void stopPermissionPolling();
+    Q_INVOKABLE void openPrivacySettings();
+
+    Q_INVOKABLE bool startCall();
+    Q_INVOKABLE void pauseCall();
+    Q_INVOKABLE void resumeCall();
+    // Ends the call (the caller has asked for confirmation).
+    Q_INVOKABLE void endCall();
+
+    Q_INVOKABLE void selectAudioDevice(const AudioDevice& device);
+    Q_INVOKABLE void sendAgentSettings();
+    void setAgentMode(bool enabled, int suggestionIntervalMs);
+
+    // The per-chunk hand-off: recognized text goes to the transcript and, while
+    // the session is connected, to the backend.
+    void handleRecognizedText(const QString& text);
+
+    // The text of the end-call confirmation.
+    static QString endCallConfirmationText();
+
+public Q_SLOTS:
+    void handleAudioDeviceChanged(const AudioDevice& device);
+
+Q_SIGNALS:
+    void callModelChanged();
+    void isLiveChanged();
+    void hasRequiredPermissionsChanged();
+    void isCheckingPermissionsChanged();
+    void initializationChanged();
+    void selectedAudioDeviceChanged();
+    void captureErrorChanged();
+    // A chunk was taken, mixed and normalized (on the GUI thread).
+    void chunkTaken(const CallChunk& chunk);
+    // The call ended: the chat side resets its state of the call.
+    void callEnded();
+    // Capture started (empty error) or failed to start.
+    void captureStarted(const QString& error);
+
+private:
+    void applyPermissionResult(bool screen, bool microphone);
+    void publishLevel(LevelReading reading);
+    void handleChunk(const CallChunk& chunk);
+    void setCaptureError(const QString& error);
+    void loadStoredAudioDevice();
+
+    CaptureBackend& m_capture;
+    SettingsStore& m_settings;
+    Options m_options;
+
+    CallModel m_callModel;
+    bool m_isLive = false;
+    TranscriptionViewModel* m_transcript; // child
+    bool m_hasRequiredPermissions = false;
+    bool m_isCheckingPermissions = false;
+    bool m_isInitializingModels = true;
+    QString m_initializationStatus = QStringLiteral("Setting up app...");
+    double m_initializationProgress = 0.0;
+    std::optional<AudioDevice> m_selectedAudioDevice;
+    QString m_captureError;
+
+    QPointer<SpeechRecognizer> m_recognizer;
+    CallSession* m_session = nullptr;
+
+    QTimer m_permissionTimer;
+    QTimer m_durationTimer;
+    std::shared_ptr<CallAudioPipeline> m_pipeline;
+    // Permission probes and capture start and stop block on the sound server.
+    SerialWorker m_worker{QStringLiteral("CallControl")};
+};
