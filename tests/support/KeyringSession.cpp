@@ -46,10 +46,3 @@ void KeyringSession::stop()
 {
     QProcess::execute(script(), {u"stop"_s, m_directory.path()});
 }
-
-QProcessEnvironment KeyringSession::environment() const
-{
-    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-    environment.insert(u"DBUS_SESSION_BUS_ADDRESS"_s, m_busAddress);
-    return environment;
-}

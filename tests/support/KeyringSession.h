@@ -2,14 +2,14 @@
 // unlocked gnome-keyring) for the life of the object.
 #pragma once
 
-#include <QProcessEnvironment>
 #include <QString>
 #include <QTemporaryDir>
 
 class KeyringSession
 {
 public:
-    // Starts the session and points this process at it (DBUS_SESSION_BUS_ADDRESS).
+    // Starts the session and points this process, and so its children, at it
+    // (DBUS_SESSION_BUS_ADDRESS).
     // Start it before the first Secret Service call: GLib keeps the first bus
     // connection it makes.
     KeyringSession();
@@ -19,13 +19,9 @@ public:
 
     bool isRunning() const { return !m_busAddress.isEmpty(); }
     QString error() const { return m_error; }
-    QString busAddress() const { return m_busAddress; }
 
     // Stops the keyring and the bus now (to test an unreachable store).
     void stop();
-
-    // An environment for child processes that use this session.
-    QProcessEnvironment environment() const;
 
 private:
     QTemporaryDir m_directory;

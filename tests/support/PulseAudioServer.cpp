@@ -68,29 +68,13 @@ void PulseAudioServer::stop()
     m_running = false;
 }
 
-QProcessEnvironment PulseAudioServer::environment() const
-{
-    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-    environment.insert(u"PULSE_SERVER"_s, address());
-    environment.insert(u"PULSE_COOKIE"_s, m_directory.path() + u"/cookie"_s);
-    return environment;
-}
-
 std::unique_ptr<QProcess> PulseAudioServer::startPlaying(const QString& file,
                                                          const QString& sink) const
 {
     auto process = std::make_unique<QProcess>();
-    process->setProcessEnvironment(environment());
     process->setProcessChannelMode(QProcess::ForwardedErrorChannel);
     process->start(u"paplay"_s, {u"--device="_s + sink, file});
     return process;
-}
-
-bool PulseAudioServer::play(const QString& file, const QString& sink) const
-{
-    const std::unique_ptr<QProcess> process = startPlaying(file, sink);
-    return process->waitForFinished(processTimeout) &&
-           process->exitStatus() == QProcess::NormalExit && process->exitCode() == 0;
 }
 
 std::optional<int> PulseAudioServer::addVirtualSource(const QString& name,
@@ -114,7 +98,6 @@ bool PulseAudioServer::removeModule(int module)
 std::optional<QString> PulseAudioServer::pactl(const QStringList& arguments) const
 {
     QProcess process;
-    process.setProcessEnvironment(environment());
     process.start(u"pactl"_s, arguments);
     if (!process.waitForFinished(processTimeout) || process.exitStatus() != QProcess::NormalExit ||
         process.exitCode() != 0) {

@@ -4,7 +4,6 @@
 #pragma once
 
 #include <QProcess>
-#include <QProcessEnvironment>
 #include <QString>
 #include <QStringList>
 #include <QTemporaryDir>
@@ -15,21 +14,18 @@
 class PulseAudioServer
 {
 public:
-    // The default output: what the other side of a call is played into. Its
-    // monitor is the system audio.
+    // The default output (48000 Hz stereo): what the other side of a call is
+    // played into. Its monitor is the system audio.
     static constexpr auto callOutputSink = "quillmoss_call_output";
-    static constexpr int callOutputRate = 48000;
-    static constexpr int callOutputChannels = 2;
     // Play into this to speak into the virtual microphone.
     static constexpr auto microphoneFeedSink = "quillmoss_mic_feed";
-    // The default input: a real source, not a monitor.
+    // The default input (44100 Hz mono): a real source, not a monitor.
     static constexpr auto virtualMicrophone = "quillmoss_virtual_mic";
     static constexpr auto virtualMicrophoneDescription = "Quillmoss virtual microphone";
     static constexpr int microphoneRate = 44100;
-    static constexpr int microphoneChannels = 1;
 
-    // Starts the server and points this process at it (PULSE_SERVER and
-    // PULSE_COOKIE; the previous values come back with the destructor).
+    // Starts the server and points this process, and so its children, at it
+    // (PULSE_SERVER and PULSE_COOKIE; the previous values come back with the destructor).
     PulseAudioServer();
     ~PulseAudioServer();
     PulseAudioServer(const PulseAudioServer&) = delete;
@@ -45,14 +41,9 @@ public:
     void stop();
     bool start();
 
-    // An environment for child processes (quillmoss, paplay) that use this server.
-    QProcessEnvironment environment() const;
-
-    // Plays an audio file into a sink (paplay). startPlaying returns at once,
-    // with the process, which ends when the file has been played; play waits
-    // for that and is false when paplay failed.
+    // Plays an audio file into a sink (paplay) and returns at once with the
+    // process, which ends when the file has been played.
     std::unique_ptr<QProcess> startPlaying(const QString& file, const QString& sink) const;
-    bool play(const QString& file, const QString& sink) const;
 
     // A further input source named `name` (fed by the microphone feed), as when
     // a headset is plugged in; returns its module, to remove it again.

@@ -1,6 +1,7 @@
 #include "TestPaths.h"
 
 #include <QDir>
+#include <QFile>
 
 using namespace Qt::StringLiterals;
 
@@ -31,6 +32,12 @@ QString TestPaths::sharedTestData()
     return QDir::cleanPath(sourceDirectory() + u"/../shared/testdata"_s);
 }
 
+QByteArray TestPaths::readFile(const QString& path)
+{
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
+
 TemporaryHome::TemporaryHome()
 {
     for (const auto& [variable, suffix] : homeLayout) {
@@ -49,12 +56,5 @@ TemporaryHome::~TemporaryHome()
         } else {
             qputenv(variable.constData(), value);
         }
-    }
-}
-
-void TemporaryHome::applyTo(QProcessEnvironment& environment) const
-{
-    for (const auto& [variable, suffix] : homeLayout) {
-        environment.insert(QString::fromLatin1(variable), m_directory.path() + suffix);
     }
 }

@@ -5,7 +5,6 @@
 #include <QByteArray>
 #include <QList>
 #include <QPair>
-#include <QProcessEnvironment>
 #include <QString>
 #include <QTemporaryDir>
 
@@ -15,6 +14,8 @@ public:
     static QString sourceDirectory();
     static QString binaryDirectory(); // where quillmoss and the tests are built
     static QString sharedTestData();  // speech clips and test models
+    // A whole file; empty when it cannot be read.
+    static QByteArray readFile(const QString& path);
 };
 
 class TemporaryHome
@@ -29,8 +30,6 @@ public:
     TemporaryHome& operator=(const TemporaryHome&) = delete;
 
     QString path() const { return m_directory.path(); }
-    // The same variables, for a child process.
-    void applyTo(QProcessEnvironment& environment) const;
 
 private:
     QTemporaryDir m_directory;
