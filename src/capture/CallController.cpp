@@ -4,11 +4,15 @@
 #include "app/SettingsStore.h"
 #include "capture/AudioDeviceManager.h"
 #include "capture/CallSession.h"
+#include "capture/LocalSpeechRecognizer.h"
+#include "capture/ModelDownloader.h"
 #include "capture/SpeechRecognizer.h"
 #include "capture/TranscriptionViewModel.h"
+#include "capture/WhisperContext.h"
 #include "protocol/Logging.h"
 
 #include <QDir>
+#include <QFutureWatcher>
 #include <QProcess>
 #include <QStandardPaths>
 
@@ -106,6 +110,7 @@ CallController::~CallController()
         })
         .waitForFinished();
     m_pipeline.reset();
+    setRecognizer(nullptr);
 }
 
 AudioDevice CallController::selectedAudioDeviceOrEmpty() const
@@ -136,6 +141,54 @@ void CallController::setInitializationState(const QString& status, double progre
     m_initializationProgress = progress;
     m_isInitializingModels = !finished;
     Q_EMIT initializationChanged();
+}
+
+void CallController::initializeModels(ModelDownloader& downloader, const QString& modelFile)
+{
+    setInitializationState(u"Checking AI models..."_s, 0.1, false);
+    if (!modelFile.isEmpty()) {
+        loadModel(modelFile);
+        return;
+    }
+    const QString name = QString::fromLatin1(callModelName);
+    // A watcher owned by this object: its callback dies with it, which a
+    // continuation bound to a context does not do reliably.
+    auto* watcher = new QFutureWatcher<ModelDownloadResult>(this);
+    connect(watcher, &QFutureWatcherBase::finished, this,
+            [this, watcher, path = downloader.modelPath(name)] {
+                watcher->deleteLater();
+                // A failed download was logged by the downloader; a file from an
+                // earlier download may still be there, so loading is tried anyway.
+                loadModel(path);
+            });
+    watcher->setFuture(downloader.ensureModel(name));
+}
+
+void CallController::loadModel(const QString& path)
+{
+    setInitializationState(u"Initializing Model..."_s, 0.8, false);
+    // Loading reads the whole model file: off the GUI thread.
+    m_worker.post([this, path] {
+        // A queued call copies its functor, so the context travels in a holder.
+        auto holder =
+            std::make_shared<std::unique_ptr<WhisperContext>>(WhisperContext::create(path));
+        QMetaObject::invokeMethod(
+            this,
+            [this, holder, path] {
+                if (*holder) {
+                    m_localRecognizer = std::make_unique<LocalSpeechRecognizer>(std::move(*holder));
+                    setRecognizer(m_localRecognizer.get());
+                    qCInfo(lcCall).noquote()
+                        << u"✅ [CallController] Speech model loaded: "_s + path;
+                } else {
+                    qCWarning(lcCall)
+                        << "⚠️ [CallController] No speech model: calls run without "
+                           "recognition";
+                }
+                setInitializationState(u"Ready!"_s, 1.0, true);
+            },
+            Qt::QueuedConnection);
+    });
 }
 
 void CallController::loadStoredAudioDevice()

@@ -18,6 +18,8 @@
 #include <memory>
 
 class CallSession;
+class LocalSpeechRecognizer;
+class ModelDownloader;
 class SettingsStore;
 class SpeechRecognizer;
 
@@ -80,8 +82,17 @@ public:
     void setRecognizer(SpeechRecognizer* recognizer);
     void setSession(CallSession* session);
 
-    // Start-up progress, as the model initialization reports it.
-    void setInitializationState(const QString& status, double progress, bool finished);
+    // The model every call is recognized with unless another is chosen.
+    static constexpr auto callModelName = "small.en";
+
+    // Start-up: makes sure the model is downloaded, loads it and, once loaded,
+    // recognizes every call's chunks with it. `modelFile` skips the download
+    // and loads that file instead. Publishes its progress as
+    // initializationStatus / initializationProgress; when the model cannot be
+    // had, calls run without recognition.
+    void initializeModels(ModelDownloader& downloader, const QString& modelFile = {});
+    // The local recognizer, once the model is loaded (its status for the screens).
+    LocalSpeechRecognizer* localRecognizer() const { return m_localRecognizer.get(); }
 
     Q_INVOKABLE void checkPermissions(bool requestIfNecessary);
     Q_INVOKABLE void startPermissionPolling();
@@ -129,6 +140,8 @@ private:
     void handleChunk(const CallChunk& chunk);
     void setCaptureError(const QString& error);
     void loadStoredAudioDevice();
+    void setInitializationState(const QString& status, double progress, bool finished);
+    void loadModel(const QString& path);
 
     CaptureBackend& m_capture;
     SettingsStore& m_settings;
@@ -146,6 +159,7 @@ private:
     QString m_captureError;
 
     QPointer<SpeechRecognizer> m_recognizer;
+    std::unique_ptr<LocalSpeechRecognizer> m_localRecognizer;
     CallSession* m_session = nullptr;
 
     QTimer m_permissionTimer;

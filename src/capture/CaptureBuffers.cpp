@@ -70,6 +70,13 @@ void CaptureBuffers::reset()
     m_lastProcessTime = m_clock();
 }
 
+ChunkSamples CaptureBuffers::takeAll()
+{
+    const std::lock_guard lock(m_mutex);
+    m_lastProcessTime = m_clock();
+    return {m_microphone.take(), m_system.take()};
+}
+
 size_t CaptureBuffers::microphoneCount() const
 {
     const std::lock_guard lock(m_mutex);

@@ -41,6 +41,9 @@ public:
 
     // Empties both buffers (keeping their storage) and restarts the interval.
     void reset();
+    // Takes whatever both buffers hold, whatever the rules say: the last,
+    // shorter chunk at the end of a recording.
+    ChunkSamples takeAll();
 
     size_t microphoneCount() const;
     size_t systemCount() const;

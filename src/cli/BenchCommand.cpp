@@ -5,6 +5,7 @@
 #include "capture/CaptureBuffers.h"
 #include "capture/ChunkMixer.h"
 #include "cli/Cli.h"
+#include "cli/RecognitionBench.h"
 #include "protocol/Logging.h"
 
 #include <QByteArray>
@@ -23,7 +24,7 @@ using namespace Qt::StringLiterals;
 namespace {
 
 const auto usage = u"bench capture [--benchmark_filter=REGEX] [--benchmark_* options]\n"
-                   u"bench recognition --model M --audio FILE\n"_s;
+                   u"bench recognition --model PATH --audio FILE [--threads N] [--runs N]\n"_s;
 
 // What PulseAudio delivers on a typical desktop, for both streams.
 constexpr double captureRate = 48000.0;
@@ -308,7 +309,7 @@ int run(CliContext& context, const QStringList& arguments)
         return runCapture(context, arguments.mid(1));
     }
     if (target == u"recognition"_s) {
-        return context.fail(u"bench recognition is not available yet"_s);
+        return runRecognitionBench(context, arguments.mid(1));
     }
     return context.usageError(target.isEmpty() ? u"bench needs a target"_s
                                                : u"unknown bench target \"%1\""_s.arg(target),

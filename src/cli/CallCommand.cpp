@@ -1,6 +1,7 @@
 // quillmoss call: a headless call on the real sound server.
 #include "app/AppPaths.h"
 #include "capture/CallController.h"
+#include "capture/ModelDownloader.h"
 #include "capture/PulseCaptureBackend.h"
 #include "capture/TranscriptionViewModel.h"
 #include "cli/Cli.h"
@@ -8,6 +9,7 @@
 
 #include <QCommandLineParser>
 #include <QCoreApplication>
+#include <QFileInfo>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QTimer>
@@ -20,7 +22,7 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-const auto usage = u"call --live --no-backend [--duration S]\n"_s;
+const auto usage = u"call --live --no-backend [--duration S] [--model NAME|PATH]\n"_s;
 
 QString meter(float level)
 {
@@ -43,6 +45,12 @@ public:
                 &TranscriptionViewModel::transcriptionTextChanged, this,
                 &HeadlessCall::printTranscript);
         connect(&m_controller, &CallController::callModelChanged, this, &HeadlessCall::printLevel);
+        connect(&m_controller, &CallController::initializationChanged, this, [this] {
+            emitLine(u"model"_s,
+                     {{u"status"_s, m_controller.initializationStatus()},
+                      {u"progress"_s, m_controller.initializationProgress()}},
+                     m_controller.initializationStatus());
+        });
         connect(&m_interrupts, &InterruptWatcher::interrupted, this, [this] { finish(ExitDone); });
         if (durationSeconds > 0) {
             QTimer::singleShot(static_cast<int>(durationSeconds * 1000), this,
@@ -163,6 +171,7 @@ int run(CliContext& context, const QStringList& arguments)
         {u"live"_s, u"Record the system audio and the microphone."_s},
         {u"no-backend"_s, u"Run the call locally, without the backend session."_s},
         {u"duration"_s, u"End the call after S seconds."_s, u"S"_s},
+        {u"model"_s, u"Speech model: a catalogue name or a model file."_s, u"NAME|PATH"_s},
     });
     if (!parser.parse(QStringList{u"call"_s} + arguments)) {
         return context.usageError(parser.errorText(), usage);
@@ -181,9 +190,28 @@ int run(CliContext& context, const QStringList& arguments)
                             u"yet; run the call locally with --no-backend"_s);
     }
 
+    // The model: a file as given, a catalogue name already downloaded, or by
+    // default the call model, downloaded when missing (as the app does at start).
+    ModelDownloader downloader(context.modelBaseUrl);
+    const QString model = parser.value(u"model"_s);
+    QString modelFile;
+    if (QFileInfo(model).isFile()) {
+        modelFile = model;
+    } else if (!model.isEmpty()) {
+        if (!ModelDownloader::isKnownModel(model)) {
+            return context.fail(ModelDownloader::unknownModelError(model));
+        }
+        if (!downloader.isDownloaded(model)) {
+            return context.fail(u"the model %1 is not downloaded yet: run quillmoss models "
+                                u"download %1"_s.arg(model));
+        }
+        modelFile = downloader.modelPath(model);
+    }
+
     PulseCaptureBackend capture;
     CallController controller(capture, context.settings());
     HeadlessCall call(context, controller, duration);
+    controller.initializeModels(downloader, modelFile);
     controller.startCall();
     const int exitCode = QCoreApplication::exec();
     // The controller stops capture when it goes; the last chunk's file is

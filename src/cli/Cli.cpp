@@ -19,8 +19,8 @@ namespace {
 
 QList<Subcommand> subcommands()
 {
-    return {keychainSubcommand(), settingsSubcommand(), devicesSubcommand(), callSubcommand(),
-            benchSubcommand()};
+    return {keychainSubcommand(), settingsSubcommand(),   devicesSubcommand(), modelsSubcommand(),
+            callSubcommand(),     transcribeSubcommand(), benchSubcommand()};
 }
 
 // The option's value, else the environment variable, else the build default.

@@ -65,3 +65,5 @@ Subcommand settingsSubcommand();
 Subcommand devicesSubcommand();
 Subcommand benchSubcommand();
 Subcommand callSubcommand();
+Subcommand transcribeSubcommand();
+Subcommand modelsSubcommand();

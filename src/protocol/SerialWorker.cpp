@@ -7,9 +7,12 @@ SerialWorker::SerialWorker(QString name) : m_name(std::move(name)) {}
 SerialWorker::~SerialWorker()
 {
     if (m_thread) {
-        // quit() is handled after the events already queued, so every posted
-        // item runs and no caller waits on a future forever.
-        m_thread->quit();
+        // The quit is queued behind everything posted before it: quit() alone
+        // ends the loop with posted items still unrun, and their futures would
+        // never get a result.
+        QThread* thread = m_thread.get();
+        QMetaObject::invokeMethod(
+            m_context.get(), [thread] { thread->quit(); }, Qt::QueuedConnection);
         m_thread->wait();
     }
 }

@@ -233,8 +233,9 @@ private Q_SLOTS:
         QTest::newRow("ended by Ctrl-C") << QStringList() << true;
     }
 
-    // While speech plays into the call output: JSON events from "live" to
-    // "ended", chunks with system audio, whisper_input.wav written whole.
+    // While speech plays into the call output: the model loads, then JSON
+    // events from "live" to "ended", chunks with system audio,
+    // whisper_input.wav written whole.
     void call()
     {
         QFETCH(QStringList, arguments);
@@ -244,7 +245,9 @@ private Q_SLOTS:
             m_server->startPlaying(TestPaths::sharedTestData() + u"/speech/jfk.wav"_s,
                                    QString::fromLatin1(PulseAudioServer::callOutputSink));
         const auto call = CliRunner::start(
-            QStringList{u"--json"_s, u"call"_s, u"--live"_s, u"--no-backend"_s} + arguments);
+            QStringList{u"--json"_s, u"call"_s, u"--live"_s, u"--no-backend"_s, u"--model"_s,
+                        TestPaths::sharedTestData() + u"/models/for-tests-ggml-tiny.en.bin"_s} +
+            arguments);
         QString output;
         if (interrupt) {
             QVERIFY(CliRunner::waitForOutput(*call, output, u"\"chunk\""_s));
@@ -257,8 +260,20 @@ private Q_SLOTS:
         QVERIFY2(call->exitCode() == 0, call->readAllStandardError().constData());
         const QList<QJsonObject> lines =
             events(output + QString::fromUtf8(call->readAllStandardOutput()));
-        QVERIFY(!lines.isEmpty());
-        QCOMPARE(lines.first().value(u"event"_s).toString(), u"live"_s);
+        // The model loads while capture starts: each in its own order.
+        QStringList model;
+        QStringList sequence;
+        for (const QJsonObject& line : lines) {
+            const QString event = line.value(u"event"_s).toString();
+            if (event == u"model"_s) {
+                model += line.value(u"status"_s).toString();
+            } else if (event != u"chunk"_s && event != u"level"_s) {
+                sequence += event;
+            }
+        }
+        QCOMPARE(model, (QStringList{u"Checking AI models..."_s, u"Initializing Model..."_s,
+                                     u"Ready!"_s}));
+        QCOMPARE(sequence, (QStringList{u"live"_s, u"ended"_s}));
         QCOMPARE(lines.last().value(u"event"_s).toString(), u"ended"_s);
         int chunks = 0;
         for (const QJsonObject& line : lines) {
