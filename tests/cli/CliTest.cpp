@@ -107,6 +107,16 @@ private Q_SLOTS:
             u"--duration"_s);
         row("call, unknown option", u"call --live --loud"_s, {}, 2, {}, u"loud"_s);
         row("call with a backend session", u"call --live"_s, {}, 1, {}, u"--no-backend"_s);
+        const QString jfk = TestPaths::sharedTestData() + u"/speech/jfk.wav "_s;
+        row("transcribe without a file", u"transcribe"_s, {}, 2, {}, u"one recording"_s);
+        row("transcribe what is not audio", u"transcribe /etc/hostname"_s, {}, 1, {},
+            u"cannot be read as audio"_s);
+        row("transcribe, unknown model", u"transcribe "_s + jfk + u"--model nosuch"_s, {}, 1, {},
+            u"neither a model file nor a model name"_s);
+        row("transcribe, model not downloaded", u"transcribe "_s + jfk + u"--model tiny.en"_s, {},
+            1, {}, u"not downloaded yet"_s);
+        row("transcribe, broken model", u"transcribe "_s + jfk + u"--model /etc/hostname"_s, {}, 1,
+            {}, u"cannot be loaded"_s);
     }
 
     void session()
@@ -231,6 +241,21 @@ private Q_SLOTS:
         QTest::addColumn<bool>("interrupt"); // Ctrl-C after the first chunk
         QTest::newRow("timed") << QStringList{u"--duration"_s, u"8"_s} << false;
         QTest::newRow("ended by Ctrl-C") << QStringList() << true;
+    }
+
+    // A recording through the call's path with the weightless test model: it
+    // runs to the end; whatever text passes the cleaner comes as JSON lines.
+    void transcribe()
+    {
+        const CliRunner::Result result = CliRunner::run(
+            {u"--json"_s, u"transcribe"_s, TestPaths::sharedTestData() + u"/speech/jfk.wav"_s,
+             u"--model"_s, TestPaths::sharedTestData() + u"/models/for-tests-ggml-tiny.en.bin"_s});
+        QVERIFY2(result.exitCode == 0, qPrintable(result.err));
+        for (const QJsonObject& line : events(result.out)) {
+            QVERIFY(line.value(u"start"_s).toDouble() >= 0.0);
+            QVERIFY(line.value(u"seconds"_s).toDouble() >= 1.0);
+            QVERIFY(!line.value(u"text"_s).toString().isEmpty());
+        }
     }
 
     // While speech plays into the call output: the model loads, then JSON
