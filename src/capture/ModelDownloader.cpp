@@ -176,6 +176,29 @@ bool ModelDownloader::isDownloaded(const QString& name) const
     return !path.isEmpty() && QFileInfo(path).isFile();
 }
 
+std::optional<QString> ModelDownloader::localModelFile(const QString& nameOrPath,
+                                                       QString* error) const
+{
+    if (QFileInfo(nameOrPath).isFile()) {
+        return nameOrPath;
+    }
+    QString problem;
+    if (!isKnownModel(nameOrPath)) {
+        problem =
+            u"\"%1\" is neither a model file nor a model name (see quillmoss models list)"_s.arg(
+                nameOrPath);
+    } else if (!isDownloaded(nameOrPath)) {
+        problem = u"the model %1 is not downloaded yet: run quillmoss models download %1"_s.arg(
+            nameOrPath);
+    } else {
+        return modelPath(nameOrPath);
+    }
+    if (error != nullptr) {
+        *error = problem;
+    }
+    return std::nullopt;
+}
+
 QFuture<ModelDownloadResult> ModelDownloader::download(const QString& name)
 {
     return startDownload(name, {});

@@ -77,6 +77,9 @@ public:
     // empty for a name not in the catalogue.
     Q_INVOKABLE QString modelPath(const QString& name) const;
     Q_INVOKABLE bool isDownloaded(const QString& name) const;
+    // A model named on a command line: a model file as given, or a catalogue
+    // name already downloaded. Absent otherwise, with `error` saying what to do.
+    std::optional<QString> localModelFile(const QString& nameOrPath, QString* error) const;
 
     // Fetches the model, replacing its file. The future finishes on the GUI
     // thread. Each transfer, and each refused request, ends with one

@@ -9,7 +9,6 @@
 
 #include <QCommandLineParser>
 #include <QCoreApplication>
-#include <QFileInfo>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QTimer>
@@ -195,17 +194,13 @@ int run(CliContext& context, const QStringList& arguments)
     ModelDownloader downloader(context.modelBaseUrl);
     const QString model = parser.value(u"model"_s);
     QString modelFile;
-    if (QFileInfo(model).isFile()) {
-        modelFile = model;
-    } else if (!model.isEmpty()) {
-        if (!ModelDownloader::isKnownModel(model)) {
-            return context.fail(ModelDownloader::unknownModelError(model));
+    if (!model.isEmpty()) {
+        QString error;
+        const std::optional<QString> file = downloader.localModelFile(model, &error);
+        if (!file) {
+            return context.fail(error);
         }
-        if (!downloader.isDownloaded(model)) {
-            return context.fail(u"the model %1 is not downloaded yet: run quillmoss models "
-                                u"download %1"_s.arg(model));
-        }
-        modelFile = downloader.modelPath(model);
+        modelFile = *file;
     }
 
     PulseCaptureBackend capture;

@@ -11,7 +11,6 @@
 #include "cli/Cli.h"
 
 #include <QCommandLineParser>
-#include <QFileInfo>
 #include <QJsonDocument>
 #include <QJsonObject>
 
@@ -22,27 +21,6 @@ namespace {
 
 const auto usage = u"transcribe FILE [--model NAME|PATH]\n"_s;
 const auto defaultModelName = u"small.en"_s;
-
-// A model given by catalogue name (downloaded already) or by file path.
-std::optional<QString> resolveModel(CliContext& context, const QString& model, QString& error)
-{
-    if (QFileInfo(model).isFile()) {
-        return model;
-    }
-    if (!ModelDownloader::isKnownModel(model)) {
-        error =
-            u"\"%1\" is neither a model file nor a model name (see quillmoss models list)"_s.arg(
-                model);
-        return std::nullopt;
-    }
-    const ModelDownloader downloader(context.modelBaseUrl);
-    if (!downloader.isDownloaded(model)) {
-        error =
-            u"the model %1 is not downloaded yet: run quillmoss models download %1"_s.arg(model);
-        return std::nullopt;
-    }
-    return downloader.modelPath(model);
-}
 
 class Transcription
 {
@@ -133,7 +111,8 @@ int run(CliContext& context, const QStringList& arguments)
     if (!reader) {
         return context.fail(error);
     }
-    const std::optional<QString> modelPath = resolveModel(context, parser.value(u"model"_s), error);
+    const std::optional<QString> modelPath =
+        ModelDownloader(context.modelBaseUrl).localModelFile(parser.value(u"model"_s), &error);
     if (!modelPath) {
         return context.fail(error);
     }
