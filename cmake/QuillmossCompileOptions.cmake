@@ -12,6 +12,13 @@ if(QUILLMOSS_SANITIZE)
   add_link_options(-fsanitize=address,undefined)
 endif()
 
+if(QUILLMOSS_FUZZ)
+  # Libraries get the coverage instrumentation; each fuzz target links libFuzzer's main.
+  add_compile_options(-fsanitize=fuzzer-no-link,address,undefined -fno-omit-frame-pointer
+                      -fno-sanitize-recover=undefined)
+  add_link_options(-fsanitize=address,undefined)
+endif()
+
 find_program(CCACHE_PROGRAM ccache)
 if(CCACHE_PROGRAM)
   set(CMAKE_CXX_COMPILER_LAUNCHER ${CCACHE_PROGRAM})

@@ -19,8 +19,9 @@ namespace {
 
 QList<Subcommand> subcommands()
 {
-    return {keychainSubcommand(), settingsSubcommand(),   devicesSubcommand(), modelsSubcommand(),
-            callSubcommand(),     transcribeSubcommand(), benchSubcommand()};
+    return {keychainSubcommand(), settingsSubcommand(),   devicesSubcommand(),  modelsSubcommand(),
+            callSubcommand(),     transcribeSubcommand(), loginSubcommand(),    logoutSubcommand(),
+            whoamiSubcommand(),   historySubcommand(),    feedbackSubcommand(), benchSubcommand()};
 }
 
 // The option's value, else the environment variable, else the build default.

@@ -2,6 +2,9 @@
 // every subcommand, and the table of subcommands.
 #pragma once
 
+#include <QEventLoop>
+#include <QFuture>
+#include <QFutureWatcher>
 #include <QString>
 #include <QStringList>
 #include <QTextStream>
@@ -48,6 +51,18 @@ private:
     std::unique_ptr<SettingsStore> m_settings;
 };
 
+// Runs the event loop until `future` has finished; returns it.
+template <typename T> QFuture<T> waitFor(QFuture<T> future)
+{
+    QFutureWatcher<T> watcher;
+    QEventLoop loop;
+    QObject::connect(&watcher, &QFutureWatcherBase::finished, &loop, &QEventLoop::quit);
+    watcher.setFuture(future);
+    if (!future.isFinished())
+        loop.exec();
+    return future;
+}
+
 struct Subcommand
 {
     QString name;
@@ -67,3 +82,8 @@ Subcommand benchSubcommand();
 Subcommand callSubcommand();
 Subcommand transcribeSubcommand();
 Subcommand modelsSubcommand();
+Subcommand loginSubcommand();
+Subcommand logoutSubcommand();
+Subcommand whoamiSubcommand();
+Subcommand historySubcommand();
+Subcommand feedbackSubcommand();

@@ -17,6 +17,7 @@ Q_LOGGING_CATEGORY(lcSettings, "com.quillmoss.settings")
 Q_LOGGING_CATEGORY(lcCapture, "com.quillmoss.capture")
 Q_LOGGING_CATEGORY(lcCall, "com.quillmoss.call")
 Q_LOGGING_CATEGORY(lcDevices, "com.quillmoss.devices")
+Q_LOGGING_CATEGORY(lcAccount, "com.quillmoss.account")
 Q_LOGGING_CATEGORY(lcMcp, "com.quillmoss.mcp")
 
 namespace {

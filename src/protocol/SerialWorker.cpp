@@ -1,12 +1,19 @@
 #include "protocol/SerialWorker.h"
 
+#include <QCoreApplication>
 #include <QMutexLocker>
 
 SerialWorker::SerialWorker(QString name) : m_name(std::move(name)) {}
 
 SerialWorker::~SerialWorker()
 {
-    if (m_thread) {
+    if (m_thread && !QCoreApplication::instance()) {
+        // Destroyed after the application object (a static instance at exit):
+        // queued events are no longer delivered, and nobody is left to wait
+        // for what is still queued.
+        m_thread->quit();
+        m_thread->wait();
+    } else if (m_thread) {
         // The quit is queued behind everything posted before it: quit() alone
         // ends the loop with posted items still unrun, and their futures would
         // never get a result.

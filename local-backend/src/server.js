@@ -1,0 +1,94 @@
+import fs from 'node:fs';
+import http from 'node:http';
+import path from 'node:path';
+import { AuthService, authRoutes } from './auth.js';
+import { CallStore, callRoutes } from './calls.js';
+import { Cipher, loadOrCreateKey } from './crypto.js';
+import { Database } from './db.js';
+import { FeedbackStore, feedbackRoutes } from './feedback.js';
+import { createRequestHandler } from './http.js';
+import { loginRoutes } from './loginPage.js';
+import { DEMO_EMAIL, seedDemo } from './seed.js';
+
+// How long a shutdown waits for requests in progress before cutting their connections.
+const SHUTDOWN_GRACE_MS = 5000;
+
+/**
+ * @typedef {object} Backend
+ * @property {http.Server} server the HTTP server; the event socket attaches here
+ * @property {string} url where it listens, with the real port
+ * @property {Database} db
+ * @property {AuthService} auth
+ * @property {CallStore} calls
+ * @property {FeedbackStore} feedback
+ * @property {() => Promise<void>} close stops listening, lets requests finish, writes the database
+ */
+
+/**
+ * Opens the data directory and database, seeds the demo account when asked, and listens.
+ * @param {{dbPath: string, host: string, port: number, tokenTtlSeconds?: number, seedDemo?: boolean,
+ *          log?: (line: string) => void}} options
+ * @returns {Promise<Backend>}
+ */
+export async function startBackend({ dbPath, host, port, tokenTtlSeconds, seedDemo: seed = false, log = logToStderr }) {
+  const dataDir = path.dirname(path.resolve(dbPath));
+  fs.mkdirSync(dataDir, { recursive: true, mode: 0o700 });
+  const cipher = new Cipher(loadOrCreateKey(dataDir));
+  const db = await Database.open(dbPath);
+  try {
+    const auth = new AuthService(db, { accessTokenTtlSeconds: tokenTtlSeconds });
+    const calls = new CallStore(db, cipher, { warn: log });
+    const feedback = new FeedbackStore(db);
+    if (seed) {
+      const created = seedDemo({ db, auth, calls });
+      log(created > 0 ? `demo account ${DEMO_EMAIL} created with ${created} calls` : `demo account ${DEMO_EMAIL} already has calls`);
+    }
+
+    const server = http.createServer(
+      createRequestHandler(
+        { ...loginRoutes(auth), ...authRoutes(auth), ...callRoutes(auth, calls), ...feedbackRoutes(auth, feedback) },
+        log,
+      ),
+    );
+    // A client that trickles a request in does not hold a connection for long.
+    server.requestTimeout = 30_000;
+    server.headersTimeout = 10_000;
+    await listen(server, host, port);
+    server.on('error', (error) => log(`server error: ${error.message}`));
+
+    const shownHost = host.includes(':') ? `[${host}]` : host;
+    return {
+      server,
+      url: `http://${shownHost}:${server.address().port}`,
+      db,
+      auth,
+      calls,
+      feedback,
+      close: async () => {
+        await new Promise((resolve) => {
+          server.close(() => resolve());
+          server.closeIdleConnections();
+          setTimeout(() => server.closeAllConnections(), SHUTDOWN_GRACE_MS).unref();
+        });
+        db.close();
+      },
+    };
+  } catch (error) {
+    db.close();
+    throw error;
+  }
+}
+
+function listen(server, host, port) {
+  return new Promise((resolve, reject) => {
+    server.once('error', reject);
+    server.listen(port, host, () => {
+      server.off('error', reject);
+      resolve();
+    });
+  });
+}
+
+function logToStderr(line) {
+  process.stderr.write(`${line}\n`);
+}
