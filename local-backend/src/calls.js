@@ -125,10 +125,12 @@ export class CallStore {
   /**
    * Adds transcript segments and chat messages to an active call.
    * @param {string} callId
-   * @param {{segments?: object[], confidence?: number, messages?: object[], at?: Date}} addition
-   *   `confidence` (0–1) is the recognizer's for these segments, required with segments
+   * @param {{segments?: object[], confidence?: number, messages?: object[], clientSummary?: object, at?: Date}} addition
+   *   `confidence` (0–1) is the recognizer's for these segments, required with segments;
+   *   `clientSummary` replaces the summary the client made of the call so far (kept, not listed)
+   * @returns {number | undefined} the transcript's confidence now, once it has one
    */
-  append(callId, { segments = [], confidence, messages = [], at = new Date() }) {
+  append(callId, { segments = [], confidence, messages = [], clientSummary, at = new Date() }) {
     check(Array.isArray(segments) && Array.isArray(messages), 'segments and messages are lists');
     const time = at.toISOString();
     const newSegments = segments.map(checkSegment);
@@ -136,7 +138,7 @@ export class CallStore {
     if (newSegments.length > 0) {
       check(Number.isFinite(confidence) && confidence >= 0 && confidence <= 1, 'confidence is between 0 and 1');
     }
-    this.#update(callId, time, (row, contents) => {
+    return this.#update(callId, time, (row, contents) => {
       if (newSegments.length > 0) {
         const previous = contents.transcription;
         const all = [...(previous?.segments ?? []), ...newSegments];
@@ -153,8 +155,63 @@ export class CallStore {
         };
       }
       contents.messages.push(...newMessages);
+      if (clientSummary !== undefined) contents.client_summary = clientSummary;
+      return { result: contents.transcription?.confidence };
+    });
+  }
+
+  /**
+   * Empties an active call's chat.
+   * @param {string} callId
+   * @param {{at?: Date}} [when]
+   */
+  clearMessages(callId, { at = new Date() } = {}) {
+    this.#update(callId, at.toISOString(), (row, contents) => {
+      contents.messages = [];
       return {};
     });
+  }
+
+  /**
+   * Removes an active call that never had anything in it, so that a session opened and closed
+   * without a word leaves no empty call in the history.
+   * @param {string} callId
+   * @returns {boolean} whether it was removed
+   */
+  discard(callId) {
+    return this.#db.run("DELETE FROM calls WHERE id = ? AND status = 'active'", [callId]) === 1;
+  }
+
+  /**
+   * Every active call with its contents, oldest first: what a start finds still open after the
+   * last run stopped in the middle of calls. Calls whose contents cannot be opened are left out
+   * (and reported): they cannot be continued.
+   * @returns {{id: string, userId: string, direction: string, createdAt: string, lastSaved: string,
+   *            segments: object[], confidence: number | undefined, messages: object[]}[]}
+   */
+  openCalls() {
+    const open = [];
+    for (const row of this.#db.all("SELECT * FROM calls WHERE status = 'active' ORDER BY created_at, id")) {
+      let contents;
+      try {
+        contents = this.#open(row);
+      } catch (error) {
+        if (!(error instanceof DecryptionError)) throw error;
+        this.#warn(`call ${row.id}: contents cannot be opened (${error.message}); it cannot be continued`);
+        continue;
+      }
+      open.push({
+        id: row.id,
+        userId: row.user_id,
+        direction: row.direction,
+        createdAt: row.created_at,
+        lastSaved: row.last_saved,
+        segments: contents.transcription?.segments ?? [],
+        confidence: contents.transcription?.confidence,
+        messages: contents.messages,
+      });
+    }
+    return open;
   }
 
   /**
@@ -194,15 +251,15 @@ export class CallStore {
   }
 
   // Reads, changes and re-seals a call in one transaction. `change` edits the contents in place
-  // and returns the columns to set besides them.
+  // and returns the columns to set besides them, and under `result` what to return.
   #update(callId, time, change) {
-    this.#db.transaction(() => {
+    return this.#db.transaction(() => {
       const row = this.#db.get('SELECT * FROM calls WHERE id = ?', [callId]);
       if (!row) throw new UnknownCall(`no call ${callId}`);
       if (row.status !== 'active') throw new CallStateError(`call ${callId} has ended (${row.status})`);
       // A damaged record stays as it is rather than being replaced by a partial one.
       const contents = this.#open(row);
-      const columns = change(row, contents);
+      const { result, ...columns } = change(row, contents);
       const assignments = { ...columns, message_count: contents.messages.length };
       const names = Object.keys(assignments);
       this.#db.run(
@@ -210,6 +267,7 @@ export class CallStore {
          WHERE id = ?`,
         [...Object.values(assignments), this.#seal(callId, row.user_id, contents), time, time, callId],
       );
+      return result;
     });
   }
 

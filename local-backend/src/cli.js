@@ -1,18 +1,24 @@
 import { parseArgs } from 'node:util';
 import { DEFAULT_ACCESS_TOKEN_TTL_SECONDS } from './auth.js';
+import { DEFAULT_RESUME_WINDOW_SECONDS } from './liveCalls.js';
 
 const DEFAULT_LISTEN = '127.0.0.1:8787';
 const MAX_TOKEN_TTL_SECONDS = 365 * 24 * 3600;
+const MAX_RESUME_WINDOW_SECONDS = 24 * 3600;
 
 export const USAGE = `Usage: quillmoss-local-backend --db PATH [options]
 
-The Quillmoss backend on this machine: web login, tokens, call history and feedback.
+The Quillmoss backend on this machine: web login, tokens, call history, feedback, and the
+event socket of live calls.
 
 Options:
   --db PATH             the SQLite database file (required); its directory holds the
                         data, including the content key secret.key, and is created if missing
   --listen HOST:PORT    where to listen (default ${DEFAULT_LISTEN}; port 0 picks a free port)
   --token-ttl SECONDS   lifetime of access tokens (default ${DEFAULT_ACCESS_TOKEN_TTL_SECONDS})
+  --resume-window SECONDS
+                        how long a call whose connection dropped waits for its client to
+                        reconnect and continue it (default ${DEFAULT_RESUME_WINDOW_SECONDS})
   --seed-demo           create the demo account and its calls unless they exist
   -h, --help            show this help
 `;
@@ -37,7 +43,7 @@ function parseListen(text) {
 /**
  * @param {string[]} argv the arguments after the program name
  * @returns {{help: true} | {help: false, dbPath: string, host: string, port: number,
- *           tokenTtlSeconds: number, seedDemo: boolean}}
+ *           tokenTtlSeconds: number, resumeWindowSeconds: number, seedDemo: boolean}}
  * @throws {UsageError}
  */
 export function parseArguments(argv) {
@@ -49,6 +55,7 @@ export function parseArguments(argv) {
         db: { type: 'string' },
         listen: { type: 'string', default: DEFAULT_LISTEN },
         'token-ttl': { type: 'string', default: String(DEFAULT_ACCESS_TOKEN_TTL_SECONDS) },
+        'resume-window': { type: 'string', default: String(DEFAULT_RESUME_WINDOW_SECONDS) },
         'seed-demo': { type: 'boolean', default: false },
         help: { type: 'boolean', short: 'h', default: false },
       },
@@ -64,11 +71,16 @@ export function parseArguments(argv) {
   if (!/^\d+$/.test(ttl) || Number(ttl) < 1 || Number(ttl) > MAX_TOKEN_TTL_SECONDS) {
     throw new UsageError(`--token-ttl takes a whole number of seconds from 1 to ${MAX_TOKEN_TTL_SECONDS}, not "${ttl}"`);
   }
+  const resumeWindow = values['resume-window'];
+  if (!/^\d+$/.test(resumeWindow) || Number(resumeWindow) > MAX_RESUME_WINDOW_SECONDS) {
+    throw new UsageError(`--resume-window takes a whole number of seconds from 0 to ${MAX_RESUME_WINDOW_SECONDS}, not "${resumeWindow}"`);
+  }
   return {
     help: false,
     dbPath: values.db,
     ...parseListen(values.listen),
     tokenTtlSeconds: Number(ttl),
+    resumeWindowSeconds: Number(resumeWindow),
     seedDemo: values['seed-demo'],
   };
 }

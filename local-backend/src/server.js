@@ -5,8 +5,10 @@ import { AuthService, authRoutes } from './auth.js';
 import { CallStore, callRoutes } from './calls.js';
 import { Cipher, loadOrCreateKey } from './crypto.js';
 import { Database } from './db.js';
+import { attachEventSocket } from './eventSocket.js';
 import { FeedbackStore, feedbackRoutes } from './feedback.js';
 import { createRequestHandler } from './http.js';
+import { LiveCalls } from './liveCalls.js';
 import { loginRoutes } from './loginPage.js';
 import { DEMO_EMAIL, seedDemo } from './seed.js';
 
@@ -21,16 +23,27 @@ const SHUTDOWN_GRACE_MS = 5000;
  * @property {AuthService} auth
  * @property {CallStore} calls
  * @property {FeedbackStore} feedback
- * @property {() => Promise<void>} close stops listening, lets requests finish, writes the database
+ * @property {LiveCalls} liveCalls the calls in progress on the event socket
+ * @property {() => Promise<void>} close closes the event socket (its calls stay open, to be
+ *   continued after a restart), stops listening, lets requests finish, writes the database
  */
 
 /**
- * Opens the data directory and database, seeds the demo account when asked, and listens.
+ * Opens the data directory and database, seeds the demo account when asked, takes up the calls
+ * left open by the last run, and listens.
  * @param {{dbPath: string, host: string, port: number, tokenTtlSeconds?: number, seedDemo?: boolean,
- *          log?: (line: string) => void}} options
+ *          resumeWindowSeconds?: number, log?: (line: string) => void}} options
  * @returns {Promise<Backend>}
  */
-export async function startBackend({ dbPath, host, port, tokenTtlSeconds, seedDemo: seed = false, log = logToStderr }) {
+export async function startBackend({
+  dbPath,
+  host,
+  port,
+  tokenTtlSeconds,
+  seedDemo: seed = false,
+  resumeWindowSeconds,
+  log = logToStderr,
+}) {
   const dataDir = path.dirname(path.resolve(dbPath));
   fs.mkdirSync(dataDir, { recursive: true, mode: 0o700 });
   const cipher = new Cipher(loadOrCreateKey(dataDir));
@@ -44,16 +57,26 @@ export async function startBackend({ dbPath, host, port, tokenTtlSeconds, seedDe
       log(created > 0 ? `demo account ${DEMO_EMAIL} created with ${created} calls` : `demo account ${DEMO_EMAIL} already has calls`);
     }
 
+    const liveCalls = new LiveCalls(calls, { resumeWindowSeconds, log });
+    liveCalls.recover();
+
     const server = http.createServer(
       createRequestHandler(
         { ...loginRoutes(auth), ...authRoutes(auth), ...callRoutes(auth, calls), ...feedbackRoutes(auth, feedback) },
         log,
       ),
     );
+    // Takes the /socket.io/ requests and upgrades; everything else goes on to the routes.
+    const eventSocket = attachEventSocket(server, { auth, liveCalls, log });
     // A client that trickles a request in does not hold a connection for long.
     server.requestTimeout = 30_000;
     server.headersTimeout = 10_000;
-    await listen(server, host, port);
+    try {
+      await listen(server, host, port);
+    } catch (error) {
+      eventSocket.close();
+      throw error;
+    }
     server.on('error', (error) => log(`server error: ${error.message}`));
 
     const shownHost = host.includes(':') ? `[${host}]` : host;
@@ -64,7 +87,9 @@ export async function startBackend({ dbPath, host, port, tokenTtlSeconds, seedDe
       auth,
       calls,
       feedback,
+      liveCalls,
       close: async () => {
+        eventSocket.close();
         await new Promise((resolve) => {
           server.close(() => resolve());
           server.closeIdleConnections();

@@ -1,5 +1,7 @@
 #include "account/CallRecords.h"
 
+#include "protocol/JsonValues.h"
+
 #include <QJsonDocument>
 #include <QRegularExpression>
 
@@ -18,27 +20,6 @@ QString keyPath(const QString& path, const QString& key)
 QString indexPath(const QString& path, qsizetype index)
 {
     return path + u'[' + QString::number(index) + u']';
-}
-
-QString jsonTypeName(const QJsonValue& value)
-{
-    switch (value.type()) {
-    case QJsonValue::Null:
-        return u"null"_s;
-    case QJsonValue::Bool:
-        return u"a boolean"_s;
-    case QJsonValue::Double:
-        return u"a number"_s;
-    case QJsonValue::String:
-        return u"a string"_s;
-    case QJsonValue::Array:
-        return u"an array"_s;
-    case QJsonValue::Object:
-        return u"an object"_s;
-    case QJsonValue::Undefined:
-        break;
-    }
-    return u"nothing"_s;
 }
 
 // Collects the first error only: once a document is known to be unusable, the

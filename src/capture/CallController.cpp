@@ -95,10 +95,18 @@ CallController::CallController(CaptureBackend& capture, SettingsStore& settings,
     loadStoredAudioDevice();
     connect(AudioDeviceManager::notifier(), &AudioDeviceNotifier::audioDeviceChanged, this,
             &CallController::handleAudioDeviceChanged);
+
+    if (m_options.makeSession) {
+        m_ownSession = m_options.makeSession(*this);
+        m_session = m_ownSession.get();
+    }
 }
 
 CallController::~CallController()
 {
+    // The session goes first: it must not report into a controller being torn down.
+    m_session = nullptr;
+    m_ownSession.reset();
     m_permissionTimer.stop();
     m_durationTimer.stop();
     // No capture handler runs once this returns, so nothing reaches the
@@ -133,6 +141,42 @@ void CallController::setRecognizer(SpeechRecognizer* recognizer)
 void CallController::setSession(CallSession* session)
 {
     m_session = session;
+}
+
+void CallController::setSessionState(bool connected, bool ready)
+{
+    const bool changed = m_callModel.wsIsConnected != connected || m_isSessionReady != ready;
+    m_callModel.wsIsConnected = connected;
+    m_isSessionReady = ready;
+    if (ready)
+        m_backendReachable = true;
+    if (changed) {
+        Q_EMIT callModelChanged();
+        Q_EMIT sessionStateChanged();
+    }
+}
+
+void CallController::setSessionCallId(const QString& callId)
+{
+    if (m_callModel.wsConnectionId == callId)
+        return;
+    m_callModel.wsConnectionId = callId;
+    Q_EMIT callModelChanged();
+}
+
+void CallController::setBackendReachable(bool reachable)
+{
+    if (m_backendReachable == reachable)
+        return;
+    m_backendReachable = reachable;
+    if (!reachable)
+        qCWarning(lcCall).noquote() << u"⚠️ "_s + QString::fromLatin1(serverOfflineText);
+    Q_EMIT sessionStateChanged();
+}
+
+QString CallController::serverStatusText() const
+{
+    return m_isLive && !m_backendReachable ? QString::fromLatin1(serverOfflineText) : QString();
 }
 
 void CallController::setInitializationState(const QString& status, double progress, bool finished)
@@ -329,6 +373,7 @@ bool CallController::startCall()
     m_durationTimer.start();
     Q_EMIT callModelChanged();
     Q_EMIT isLiveChanged();
+    Q_EMIT sessionStateChanged();
     qCInfo(lcCall) << "🎤 [CallController] Call started";
 
     if (m_session != nullptr) {
@@ -389,6 +434,7 @@ void CallController::endCall()
     Q_EMIT callEnded();
 
     m_isLive = false;
+    m_backendReachable = true;
     m_durationTimer.stop();
     m_callModel.isLive = false;
     m_callModel.isAudioPaused = false;
@@ -397,6 +443,7 @@ void CallController::endCall()
     m_pipeline->setPaused(false);
     Q_EMIT callModelChanged();
     Q_EMIT isLiveChanged();
+    Q_EMIT sessionStateChanged();
     qCInfo(lcCall) << "🎤 [CallController] Call ended";
 
     m_worker.post([this] { m_capture.stop(); });

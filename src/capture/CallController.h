@@ -42,6 +42,9 @@ class CallController : public QObject
     Q_PROPERTY(AudioDevice selectedAudioDevice READ selectedAudioDeviceOrEmpty NOTIFY
                    selectedAudioDeviceChanged)
     Q_PROPERTY(QString captureError READ captureError NOTIFY captureErrorChanged)
+    Q_PROPERTY(bool isSessionReady READ isSessionReady NOTIFY sessionStateChanged)
+    // "Server offline - …" while the backend cannot be reached during a call; empty otherwise.
+    Q_PROPERTY(QString serverStatusText READ serverStatusText NOTIFY sessionStateChanged)
 
 public:
     struct Options
@@ -52,7 +55,13 @@ public:
         CaptureBuffers::Clock clock = std::chrono::steady_clock::now;
         // Opens the desktop's sound settings; the default tries the usual ones.
         std::function<void()> openPrivacySettings;
+        // Makes the backend session of every call, once, at construction;
+        // without it calls run locally.
+        std::function<std::unique_ptr<CallSession>(CallController&)> makeSession;
     };
+
+    static constexpr auto serverOfflineText =
+        "Server offline - calls will not be saved, live transcription only";
 
     static constexpr int permissionPollIntervalMs = 3000;
     static constexpr double transcriptionConfidence = 0.95;
@@ -81,6 +90,15 @@ public:
     // recognized text is only shown.
     void setRecognizer(SpeechRecognizer* recognizer);
     void setSession(CallSession* session);
+    CallSession* session() const { return m_session; }
+
+    // What the session reports: the socket's state, the backend's session and
+    // its call id, and whether the backend can be reached at all.
+    void setSessionState(bool connected, bool ready);
+    void setSessionCallId(const QString& callId);
+    void setBackendReachable(bool reachable);
+    bool isSessionReady() const { return m_isSessionReady; }
+    QString serverStatusText() const;
 
     // The model every call is recognized with unless another is chosen.
     static constexpr auto callModelName = "small.en";
@@ -127,6 +145,7 @@ Q_SIGNALS:
     void initializationChanged();
     void selectedAudioDeviceChanged();
     void captureErrorChanged();
+    void sessionStateChanged();
     // A chunk was taken, mixed and normalized (on the GUI thread).
     void chunkTaken(const CallChunk& chunk);
     // The call ended: the chat side resets its state of the call.
@@ -161,6 +180,9 @@ private:
     QPointer<SpeechRecognizer> m_recognizer;
     std::unique_ptr<LocalSpeechRecognizer> m_localRecognizer;
     CallSession* m_session = nullptr;
+    std::unique_ptr<CallSession> m_ownSession; // made by Options::makeSession
+    bool m_isSessionReady = false;
+    bool m_backendReachable = true;
 
     QTimer m_permissionTimer;
     QTimer m_durationTimer;

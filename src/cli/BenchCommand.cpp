@@ -6,6 +6,7 @@
 #include "capture/ChunkMixer.h"
 #include "cli/Cli.h"
 #include "cli/RecognitionBench.h"
+#include "cli/SessionBench.h"
 #include "protocol/Logging.h"
 
 #include <QByteArray>
@@ -24,7 +25,8 @@ using namespace Qt::StringLiterals;
 namespace {
 
 const auto usage = u"bench capture [--benchmark_filter=REGEX] [--benchmark_* options]\n"
-                   u"bench recognition --model PATH --audio FILE [--threads N] [--runs N]\n"_s;
+                   u"bench recognition --model PATH --audio FILE [--threads N] [--runs N]\n"
+                   u"bench session [--count N]\n"_s;
 
 // What PulseAudio delivers on a typical desktop, for both streams.
 constexpr double captureRate = 48000.0;
@@ -310,6 +312,9 @@ int run(CliContext& context, const QStringList& arguments)
     }
     if (target == u"recognition"_s) {
         return runRecognitionBench(context, arguments.mid(1));
+    }
+    if (target == u"session"_s) {
+        return runSessionBench(context, arguments.mid(1));
     }
     return context.usageError(target.isEmpty() ? u"bench needs a target"_s
                                                : u"unknown bench target \"%1\""_s.arg(target),

@@ -1,16 +1,26 @@
-// quillmoss call: a headless call on the real sound server.
+// quillmoss call: a headless call, recorded from the sound server, played from
+// a recording or replayed from a transcript, with the backend session or without.
 #include "app/AppPaths.h"
+#include "app/KeychainManager.h"
 #include "capture/CallController.h"
 #include "capture/ModelDownloader.h"
 #include "capture/PulseCaptureBackend.h"
+#include "capture/ReplayCaptureBackend.h"
 #include "capture/TranscriptionViewModel.h"
+#include "cli/AccountCommands.h"
 #include "cli/Cli.h"
 #include "cli/InterruptWatcher.h"
+#include "session/SessionFactory.h"
+#include "session/SocketController.h"
+#include "session/SummaryModel.h"
 
 #include <QCommandLineParser>
 #include <QCoreApplication>
+#include <QFile>
+#include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <QRegularExpression>
 #include <QTimer>
 
 #include <algorithm>
@@ -21,7 +31,34 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-const auto usage = u"call --live --no-backend [--duration S] [--model NAME|PATH]\n"_s;
+const auto usage =
+    u"call --live | --audio FILE | --transcript FILE [--pace S] [--no-backend] [--duration S]\n"
+    u"     [--model NAME|PATH] [--agent-mode]\n"_s;
+
+// After a transcript's last line or a recording's end: time for the backend's answers.
+constexpr int answerGraceMs = 5000;
+// A transcript replay starts when the session is ready, or after this long without one.
+constexpr int sessionWaitMs = 15000;
+
+// "Name: text" gives the line a speaker; anything else is the user's own speech.
+std::pair<std::optional<QString>, QString> splitSpeaker(const QString& line)
+{
+    static const QRegularExpression speaker(u"^([^:\\d][^:]{0,39}):\\s+(.+)$"_s);
+    const auto match = speaker.match(line);
+    if (!match.hasMatch())
+        return {std::nullopt, line};
+    return {match.captured(1).trimmed(), match.captured(2).trimmed()};
+}
+
+QString compact(const QJsonArray& items)
+{
+    const QJsonValue first = items.isEmpty() ? QJsonValue() : items.first();
+    if (first.isObject())
+        return QString::fromUtf8(QJsonDocument(first.toObject()).toJson(QJsonDocument::Compact));
+    if (first.isString())
+        return first.toString();
+    return QString::fromUtf8(QJsonDocument(items).toJson(QJsonDocument::Compact));
+}
 
 QString meter(float level)
 {
@@ -34,8 +71,10 @@ QString meter(float level)
 class HeadlessCall : public QObject
 {
 public:
-    HeadlessCall(CliContext& context, CallController& controller, double durationSeconds)
-        : m_context(context), m_controller(controller), m_terminal(isatty(STDOUT_FILENO) != 0)
+    HeadlessCall(CliContext& context, CallController& controller, double durationSeconds,
+                 QString source)
+        : m_context(context), m_controller(controller), m_terminal(isatty(STDOUT_FILENO) != 0),
+          m_source(std::move(source))
     {
         connect(&m_controller, &CallController::chunkTaken, this, &HeadlessCall::printChunk);
         connect(&m_controller, &CallController::captureStarted, this,
@@ -50,6 +89,12 @@ public:
                       {u"progress"_s, m_controller.initializationProgress()}},
                      m_controller.initializationStatus());
         });
+        connect(&m_controller, &CallController::sessionStateChanged, this, [this] {
+            const QString status = m_controller.serverStatusText();
+            if (status != m_serverStatus && !status.isEmpty())
+                emitLine(u"server"_s, {{u"status"_s, status}}, u"⚠ "_s + status);
+            m_serverStatus = status;
+        });
         connect(&m_interrupts, &InterruptWatcher::interrupted, this, [this] { finish(ExitDone); });
         if (durationSeconds > 0) {
             QTimer::singleShot(static_cast<int>(durationSeconds * 1000), this,
@@ -59,7 +104,103 @@ public:
 
     int exitCode() const { return m_exitCode; }
 
+    // Prints the session's state and every event from the backend.
+    void watchSession(SocketController& session, bool agentMode)
+    {
+        m_session = &session;
+        auto printState = [this] {
+            const QString state = m_session->sessionReady()  ? u"ready"_s
+                                  : m_session->isConnected() ? u"connected"_s
+                                                             : u"idle"_s;
+            if (state == m_sessionState)
+                return;
+            m_sessionState = state;
+            emitLine(u"session"_s, {{u"state"_s, state}}, u"◆ session "_s + state);
+        };
+        connect(&session, &SocketController::isConnectedChanged, this, printState);
+        connect(&session, &SocketController::sessionReadyChanged, this, printState);
+        connect(&session, &SocketController::sessionReadyChanged, this, [this, agentMode] {
+            if (!m_session->sessionReady())
+                return;
+            if (agentMode && !m_agentModeSent) {
+                m_agentModeSent = true;
+                m_controller.setAgentMode(true, m_controller.callModel().agentSuggestionIntervalMs);
+                m_controller.sendAgentSettings();
+            }
+            startReplay();
+        });
+        connect(&session, &SocketController::eventReceived, this,
+                [this](const QString& event, const QJsonArray& items) {
+                    emitLine(u"received"_s,
+                             {{u"name"_s, event},
+                              {u"payload"_s, items.isEmpty() ? QJsonValue() : items.first()}},
+                             u"← "_s + event + u": "_s + compact(items));
+                });
+    }
+
+    // Replays `lines` as live speech, one every `pace` seconds, once the session
+    // is ready (or without it); the call ends after the last line and a grace period.
+    void replayTranscript(QStringList lines, double paceSeconds, bool waitForSession)
+    {
+        m_lines = std::move(lines);
+        m_paceMs = static_cast<int>(paceSeconds * 1000);
+        if (waitForSession)
+            QTimer::singleShot(sessionWaitMs, this, [this] { startReplay(); });
+        else
+            startReplay();
+    }
+
+    // Ends the call once the recording has played, after a grace period.
+    void endAfter(std::chrono::milliseconds length)
+    {
+        QTimer::singleShot(static_cast<int>(length.count()) + answerGraceMs, this,
+                           [this] { finish(ExitDone); });
+    }
+
 private:
+    void startReplay()
+    {
+        if (m_replayStarted || m_lines.isEmpty())
+            return;
+        m_replayStarted = true;
+        sendNextLine();
+    }
+
+    void sendNextLine()
+    {
+        if (m_finished)
+            return;
+        if (m_nextLine >= m_lines.size()) {
+            QTimer::singleShot(answerGraceMs, this, [this] { finish(ExitDone); });
+            return;
+        }
+        const auto [speaker, text] = splitSpeaker(m_lines.at(m_nextLine++));
+        if (speaker) {
+            // Attributed speech: shown here, and sent with its speaker.
+            emitLine(u"transcript"_s, {{u"speaker"_s, *speaker}, {u"text"_s, text}},
+                     u"» "_s + *speaker + u": "_s + text);
+            m_shownSpeech = text;
+            if (m_session && m_session->isConnected()) {
+                m_session->sendClientTranscription(
+                    text, false, speaker, CallController::transcriptionConfidence, std::nullopt);
+                noteSent(text);
+            }
+        } else {
+            // The user's own speech takes the path of recognized text.
+            m_controller.handleRecognizedText(text);
+            if (m_session && m_session->isConnected())
+                noteSent(text);
+        }
+        QTimer::singleShot(m_paceMs, this, [this] { sendNextLine(); });
+    }
+
+    void noteSent(const QString& text)
+    {
+        if (m_session->sessionReady())
+            emitLine(u"sent"_s, {{u"name"_s, u"clientTranscription"_s}, {u"text"_s, text}},
+                     u"→ clientTranscription: "_s + text);
+    }
+
     void handleCaptureStarted(const QString& error)
     {
         if (!error.isEmpty()) {
@@ -67,10 +208,11 @@ private:
             finish(ExitFailed);
             return;
         }
-        m_recording = true;
+        m_recording = m_source.isEmpty(); // a level worth showing
         emitLine(u"live"_s, {},
-                 u"● Live: recording the system audio and the microphone "
-                 u"(Ctrl-C ends the call)"_s);
+                 m_source.isEmpty() ? u"● Live: recording the system audio and the microphone "
+                                      u"(Ctrl-C ends the call)"_s
+                                    : u"● Live: "_s + m_source + u" (Ctrl-C ends the call)"_s);
     }
 
     void printChunk(const CallChunk& chunk)
@@ -99,6 +241,8 @@ private:
         }
         const QString added = text.mid(m_printedTranscript).trimmed();
         m_printedTranscript = text.size();
+        if (added == m_shownSpeech)
+            return; // the backend's copy of a line shown with its speaker already
         emitLine(u"transcript"_s, {{u"text"_s, added}}, u"» "_s + added);
     }
 
@@ -148,6 +292,13 @@ private:
         m_exitCode = exitCode;
         m_controller.endCall();
         emitLine(u"ended"_s, {}, u"Call ended"_s);
+        SocketIoClient* socket = m_session ? m_session->socket() : nullptr;
+        if (socket == nullptr || socket->status() != SocketIoClient::Status::Disconnected) {
+            // Let the socket's goodbye leave before the program does.
+            QTimer::singleShot(socket ? 500 : 0, qApp,
+                               [exitCode] { QCoreApplication::exit(exitCode); });
+            return;
+        }
         QCoreApplication::exit(exitCode);
     }
 
@@ -155,6 +306,16 @@ private:
     CallController& m_controller;
     InterruptWatcher m_interrupts;
     const bool m_terminal;
+    const QString m_source; // what plays instead of the sound server; empty: recording
+    QString m_shownSpeech;
+    QPointer<SocketController> m_session;
+    QString m_sessionState = u"idle"_s;
+    QString m_serverStatus;
+    bool m_agentModeSent = false;
+    QStringList m_lines;
+    qsizetype m_nextLine = 0;
+    int m_paceMs = 3000;
+    bool m_replayStarted = false;
     bool m_recording = false;
     bool m_meterShown = false;
     bool m_finished = false;
@@ -163,17 +324,44 @@ private:
     qint64 m_lastLevelSecond = -1;
 };
 
+std::optional<QStringList> readTranscript(const QString& path, QString* error)
+{
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly | QIODevice::Text)) {
+        *error = u"cannot read %1: %2"_s.arg(path, file.errorString());
+        return std::nullopt;
+    }
+    QStringList lines;
+    for (const QString& line : QString::fromUtf8(file.readAll()).split(u'\n')) {
+        if (!line.trimmed().isEmpty())
+            lines << line.trimmed();
+    }
+    if (lines.isEmpty()) {
+        *error = u"%1 holds no lines to replay"_s.arg(path);
+        return std::nullopt;
+    }
+    return lines;
+}
+
 int run(CliContext& context, const QStringList& arguments)
 {
     QCommandLineParser parser;
     parser.addOptions({
         {u"live"_s, u"Record the system audio and the microphone."_s},
+        {u"audio"_s, u"Play a recording through the call, in real time."_s, u"FILE"_s},
+        {u"transcript"_s, u"Replay a text file as live speech, a line at a time."_s, u"FILE"_s},
+        {u"pace"_s, u"Seconds between transcript lines (default 3)."_s, u"S"_s},
         {u"no-backend"_s, u"Run the call locally, without the backend session."_s},
         {u"duration"_s, u"End the call after S seconds."_s, u"S"_s},
         {u"model"_s, u"Speech model: a catalogue name or a model file."_s, u"NAME|PATH"_s},
+        {u"agent-mode"_s, u"Switch agent mode on once the session is ready."_s},
     });
     if (!parser.parse(QStringList{u"call"_s} + arguments)) {
         return context.usageError(parser.errorText(), usage);
+    }
+    if (!parser.positionalArguments().isEmpty()) {
+        return context.usageError(
+            u"unexpected argument \"%1\""_s.arg(parser.positionalArguments().first()), usage);
     }
     bool durationOk = true;
     const double duration =
@@ -181,12 +369,43 @@ int run(CliContext& context, const QStringList& arguments)
     if (!durationOk || duration < 0) {
         return context.usageError(u"--duration takes a number of seconds"_s, usage);
     }
-    if (!parser.isSet(u"live"_s)) {
-        return context.usageError(u"say where the call's audio comes from: --live"_s, usage);
+    bool paceOk = true;
+    const double pace = parser.isSet(u"pace"_s) ? parser.value(u"pace"_s).toDouble(&paceOk) : 3.0;
+    if (!paceOk || pace < 0) {
+        return context.usageError(u"--pace takes a number of seconds"_s, usage);
     }
-    if (!parser.isSet(u"no-backend"_s)) {
-        return context.fail(u"calls with the backend session are not available in this build "
-                            u"yet; run the call locally with --no-backend"_s);
+    const int sources = int(parser.isSet(u"live"_s)) + int(parser.isSet(u"audio"_s)) +
+                        int(parser.isSet(u"transcript"_s));
+    if (sources != 1) {
+        return context.usageError(
+            u"say where the call comes from: one of --live, --audio FILE, --transcript FILE"_s,
+            usage);
+    }
+    const bool withBackend = !parser.isSet(u"no-backend"_s);
+    if (parser.isSet(u"agent-mode"_s) && !withBackend) {
+        return context.usageError(u"--agent-mode needs the backend session"_s, usage);
+    }
+
+    std::optional<QStringList> lines;
+    if (parser.isSet(u"transcript"_s)) {
+        QString error;
+        lines = readTranscript(parser.value(u"transcript"_s), &error);
+        if (!lines)
+            return context.fail(error);
+    }
+    std::unique_ptr<CaptureBackend> capture;
+    std::chrono::milliseconds recordingLength{0};
+    if (parser.isSet(u"audio"_s)) {
+        QString error;
+        auto replay = ReplayCaptureBackend::open(parser.value(u"audio"_s), &error);
+        if (!replay)
+            return context.fail(error);
+        recordingLength = replay->duration();
+        capture = std::move(replay);
+    } else if (lines) {
+        capture = std::make_unique<ReplayCaptureBackend>(); // no sound server needed
+    } else {
+        capture = std::make_unique<PulseCaptureBackend>();
     }
 
     // The model: a file as given, a catalogue name already downloaded, or by
@@ -203,11 +422,37 @@ int run(CliContext& context, const QStringList& arguments)
         modelFile = *file;
     }
 
-    PulseCaptureBackend capture;
-    CallController controller(capture, context.settings());
-    HeadlessCall call(context, controller, duration);
-    controller.initializeModels(downloader, modelFile);
-    controller.startCall();
+    std::unique_ptr<AuthenticationService> authentication;
+    SummaryModel summary;
+    CallController::Options options;
+    if (withBackend) {
+        authentication = makeAuthenticationService(context, false);
+        SessionSettings settings;
+        settings.backendUrl = context.backendUrl;
+        settings.accessToken = [service = authentication.get()] {
+            return service->getValidAccessToken();
+        };
+        settings.signOut = [service = authentication.get()] { service->signOut(); };
+        options.makeSession = makeSessionFactory(settings, &summary);
+    }
+    CallController controller(*capture, context.settings(), options);
+    const QString source = parser.isSet(u"audio"_s) ? u"playing "_s + parser.value(u"audio"_s)
+                           : lines ? u"replaying "_s + parser.value(u"transcript"_s)
+                                   : QString();
+    HeadlessCall call(context, controller, duration, source);
+    if (auto* session = dynamic_cast<SocketController*>(controller.session()))
+        call.watchSession(*session, parser.isSet(u"agent-mode"_s));
+    if (!lines) {
+        controller.initializeModels(downloader, modelFile);
+    }
+    if (!controller.startCall()) {
+        return context.fail(u"the call could not start"_s);
+    }
+    if (lines) {
+        call.replayTranscript(*lines, pace, withBackend);
+    } else if (recordingLength.count() > 0) {
+        call.endAfter(recordingLength);
+    }
     const int exitCode = QCoreApplication::exec();
     // The controller stops capture when it goes; the last chunk's file is
     // complete by then.

@@ -18,7 +18,9 @@ Q_LOGGING_CATEGORY(lcCapture, "com.quillmoss.capture")
 Q_LOGGING_CATEGORY(lcCall, "com.quillmoss.call")
 Q_LOGGING_CATEGORY(lcDevices, "com.quillmoss.devices")
 Q_LOGGING_CATEGORY(lcAccount, "com.quillmoss.account")
+Q_LOGGING_CATEGORY(lcSession, "com.quillmoss.session")
 Q_LOGGING_CATEGORY(lcMcp, "com.quillmoss.mcp")
+Q_LOGGING_CATEGORY(lcSocket, "com.quillmoss.socket")
 
 namespace {
 

@@ -13,7 +13,9 @@ Q_DECLARE_LOGGING_CATEGORY(lcCapture)  // "com.quillmoss.capture"
 Q_DECLARE_LOGGING_CATEGORY(lcCall)     // "com.quillmoss.call"
 Q_DECLARE_LOGGING_CATEGORY(lcDevices)  // "com.quillmoss.devices"
 Q_DECLARE_LOGGING_CATEGORY(lcAccount)  // "com.quillmoss.account"
+Q_DECLARE_LOGGING_CATEGORY(lcSession)  // "com.quillmoss.session"
 Q_DECLARE_LOGGING_CATEGORY(lcMcp)      // "com.quillmoss.mcp": lines carry file and function
+Q_DECLARE_LOGGING_CATEGORY(lcSocket)   // "com.quillmoss.socket"
 
 struct LogOptions
 {

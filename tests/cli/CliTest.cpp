@@ -106,7 +106,14 @@ private Q_SLOTS:
         row("call, bad duration", u"call --live --no-backend --duration soon"_s, {}, 2, {},
             u"--duration"_s);
         row("call, unknown option", u"call --live --loud"_s, {}, 2, {}, u"loud"_s);
-        row("call with a backend session", u"call --live"_s, {}, 1, {}, u"--no-backend"_s);
+        row("call with two sources", u"call --live --transcript t.txt"_s, {}, 2, {},
+            u"one of --live, --audio FILE, --transcript FILE"_s);
+        row("call, missing transcript", u"call --transcript /no/such.txt"_s, {}, 1, {},
+            u"cannot read /no/such.txt"_s);
+        row("call, unreadable recording", u"call --audio /no/such.wav --no-backend"_s, {}, 1, {},
+            u"/no/such.wav"_s);
+        row("agent mode without a backend", u"call --live --no-backend --agent-mode"_s, {}, 2, {},
+            u"--agent-mode needs the backend session"_s);
         const QString jfk = TestPaths::sharedTestData() + u"/speech/jfk.wav "_s;
         row("transcribe without a file", u"transcribe"_s, {}, 2, {}, u"one recording"_s);
         row("transcribe what is not audio", u"transcribe /etc/hostname"_s, {}, 1, {},

@@ -114,6 +114,15 @@ void LocalBackend::stop()
     m_process.reset();
 }
 
+void LocalBackend::kill()
+{
+    if (m_process && m_process->state() != QProcess::NotRunning) {
+        m_process->kill();
+        m_process->waitForFinished(5'000);
+    }
+    m_process.reset();
+}
+
 bool LocalBackend::restart()
 {
     stop();

@@ -38,6 +38,8 @@ public:
 
     // Stops the process (SIGTERM, then waits); the data stays.
     void stop();
+    // Ends it at once (SIGKILL), as a crash would; the data stays.
+    void kill();
     // Stops and starts again on the same data and the same port.
     bool restart();
 

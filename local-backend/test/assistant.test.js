@@ -1,0 +1,63 @@
+// The assistant's rules in-process: which tool a session gets, and what agent mode suggests.
+import assert from 'node:assert/strict';
+import { test } from 'node:test';
+import { entitiesOf, suggest, toolFor } from '../src/assistant.js';
+import { summarize } from '../src/summarizer/index.js';
+
+test('a tool kind maps to the best fitting enabled tool, the generic name without any, none when none fits', () => {
+  for (const [kind, enabled, expected] of [
+    ['search', [], 'web_search'],
+    ['email', [], 'send_email'],
+    ['notion', [], 'notion_create_page'],
+    ['search', ['notion_search', 'brave_web_search'], 'notion_search'],
+    ['search', ['tavily_extract', 'tavily_search'], 'tavily_search'],
+    ['search', ['perplexity'], 'perplexity'],
+    ['email', ['gmail_read_inbox', 'gmail_send_message'], 'gmail_send_message'],
+    ['email', ['outlook'], 'outlook'],
+    ['notion', ['notion_search', 'notion_create_page'], 'notion_create_page'],
+    ['notion', ['web_search'], null],
+    ['email', ['web_search', 'notion_create_page'], null],
+  ]) {
+    assert.equal(toolFor(kind, enabled), expected, `${kind} from [${enabled}]`);
+  }
+});
+
+test('companies and products are the capitalized names said, not speakers, openers or office tools', () => {
+  const segments = [
+    { speaker: 'Dana Reyes', text: 'We moved from Cobalt Analytics last year. Honestly Cobalt Analytics was slow.' },
+    { speaker: 'Tom Becker', text: 'Northwind Logistics runs on Salesforce. Dana, can you put it in Notion?' },
+    { speaker: 'Dana Reyes', text: 'Thanks Tom. I will check with the CFO on Monday.' },
+  ];
+  assert.deepEqual(entitiesOf(segments).map((e) => [e.name, e.mentions, e.cued]), [
+    ['Cobalt Analytics', 2, true],
+    ['Northwind Logistics', 1, false],
+    ['Salesforce', 1, false],
+  ]);
+});
+
+test('agent mode suggests a search, an email and notes from what was just said', () => {
+  const all = [
+    { speaker: 'Sofia Martinez', text: 'We compared Cobalt Routing with two alternatives.' },
+    { speaker: 'Jordan Blake', text: "Understood. I'll email you the pricing sheet today." },
+    { speaker: 'Sofia Martinez', text: "Good. I'll write that down in my notes." },
+  ];
+  const context = (enabledTools) => ({ enabledTools, summary: () => summarize(all) });
+
+  const generic = suggest(all, all, context([]));
+  assert.deepEqual(generic.map((s) => s.name), ['web_search', 'send_email', 'notion_create_page']);
+  const [search, email, notes] = generic;
+  assert.equal(search.parameters.query, 'Cobalt Routing reviews and alternatives');
+  assert.deepEqual(email.parameters, {
+    to: 'Sofia Martinez',
+    subject: 'The pricing sheet',
+    body: 'Hi Sofia,\n\nAs promised, here is the pricing sheet.\n\nBest regards',
+  });
+  assert.match(notes.parameters.content, /^## Overview/);
+  for (const s of generic) assert.ok(s.confidence > 0 && s.confidence <= 1 && s.reason.length > 0);
+
+  // Only enabled tools; nothing for a kind with no enabled tool.
+  assert.deepEqual(suggest(all, all, context(['duckduckgo_search'])).map((s) => s.name), ['duckduckgo_search']);
+  // Only what is new: an older mention is not suggested again.
+  assert.deepEqual(suggest(all.slice(1, 2), all, context([])).map((s) => s.name), ['send_email']);
+  assert.deepEqual(suggest([{ text: 'Okay, sounds good.' }], all, context([])), []);
+});

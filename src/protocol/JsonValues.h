@@ -1,0 +1,24 @@
+// Small helpers for JSON that came from elsewhere: naming a value's type in an
+// error text, and handing lists of records to QML.
+#pragma once
+
+#include <QJsonValue>
+#include <QList>
+#include <QString>
+#include <QVariant>
+#include <QVariantList>
+
+// "null", "a boolean", "a number", "a string", "an array", "an object", or
+// "nothing" for a missing value: as an error text says what it found.
+QString jsonTypeName(const QJsonValue& value);
+
+// Each value wrapped in a QVariant, in order (records are Q_GADGETs QML can read).
+template <typename T> QVariantList variantList(const QList<T>& values)
+{
+    QVariantList list;
+    list.reserve(values.size());
+    for (const T& value : values) {
+        list.append(QVariant::fromValue(value));
+    }
+    return list;
+}

@@ -1,0 +1,179 @@
+// A call with the backend session, end to end against the real local backend:
+// the headless demo from the command line, and a backend that dies mid-call.
+#include "CliRunner.h"
+#include "KeyringSession.h"
+#include "LocalBackend.h"
+#include "TestPaths.h"
+#include "app/KeychainManager.h"
+#include "app/SettingsStore.h"
+#include "capture/CallController.h"
+#include "capture/ReplayCaptureBackend.h"
+#include "session/SessionFactory.h"
+#include "session/SocketController.h"
+#include "session/SummaryModel.h"
+
+#include <QElapsedTimer>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QPromise>
+#include <QTest>
+
+#include <memory>
+
+using namespace Qt::StringLiterals;
+using namespace std::chrono_literals;
+
+namespace {
+
+const QString accessKey = u"com.quillmoss.accesstoken"_s;
+const QString refreshKey = u"com.quillmoss.refreshtoken"_s;
+
+QList<QJsonObject> jsonLines(const QString& output)
+{
+    QList<QJsonObject> lines;
+    for (const QString& line : output.split(u'\n', Qt::SkipEmptyParts))
+        lines << QJsonDocument::fromJson(line.toUtf8()).object();
+    return lines;
+}
+
+} // namespace
+
+class LiveCallTest : public QObject
+{
+    Q_OBJECT
+
+private:
+    // The calls of the signed-in user, newest first.
+    QJsonArray calls(LocalBackend& backend, const QString& token)
+    {
+        const auto reply = backend.request("GET", u"/calls"_s, {}, token);
+        return reply.json()[u"data"_s].toArray();
+    }
+
+    std::unique_ptr<KeyringSession> m_keyring;
+    std::unique_ptr<TemporaryHome> m_home;
+
+private Q_SLOTS:
+    void initTestCase()
+    {
+        m_keyring = std::make_unique<KeyringSession>();
+        QVERIFY2(m_keyring->isRunning(), qPrintable(m_keyring->error()));
+        m_home = std::make_unique<TemporaryHome>();
+    }
+
+    // quillmoss call --transcript: the session, every line sent once it is
+    // ready, the backend's answers, and the call kept by the backend.
+    void headlessDemo()
+    {
+        LocalBackend backend;
+        QVERIFY2(backend.isRunning(), qPrintable(backend.error()));
+        const auto tokens = backend.signIn(u"jordan@example.com"_s, u"Jordan Lee"_s);
+        QVERIFY(tokens);
+        QVERIFY(KeychainManager::shared().storeKey(tokens->accessToken, accessKey));
+
+        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+        environment.insert(u"QUILLMOSS_BACKEND_URL"_s, backend.url().toString());
+        const QString transcript = TestPaths::sourceDirectory() + u"/examples/discovery-call.txt"_s;
+        const auto result = CliRunner::run({u"--json"_s, u"call"_s, u"--transcript"_s, transcript,
+                                            u"--pace"_s, u"0.1"_s, u"--agent-mode"_s},
+                                           {}, environment);
+        QVERIFY2(result.exitCode == 0, qPrintable(result.err));
+
+        QStringList received;
+        int sent = 0;
+        QStringList states;
+        for (const QJsonObject& line : jsonLines(result.out)) {
+            const QString event = line[u"event"_s].toString();
+            if (event == u"received"_s)
+                received << line[u"name"_s].toString();
+            else if (event == u"sent"_s)
+                ++sent;
+            else if (event == u"session"_s)
+                states << line[u"state"_s].toString();
+        }
+        QCOMPARE(states.mid(0, 2), (QStringList{u"connected"_s, u"ready"_s}));
+        QCOMPARE(sent, 15);
+        QCOMPARE(received.count(u"clientTranscriptionProcessed"_s), 15);
+        QCOMPARE(received.count(u"transcriptionReceived"_s), 15);
+        QVERIFY(received.count(u"accumulated_summary"_s) >= 4);
+        QVERIFY(received.contains(u"connected"_s));
+        QVERIFY(received.contains(u"sessionInitialized"_s));
+        QVERIFY(received.contains(u"agentModeUpdated"_s));
+        QVERIFY(received.contains(u"agentModeStatus"_s));
+
+        // The client closed the session: the call is complete, with what was said.
+        const QJsonArray list = calls(backend, tokens->accessToken);
+        QCOMPARE(list.size(), 1);
+        const QJsonObject call = list.first().toObject();
+        QCOMPARE(call[u"status"_s].toString(), u"completed"_s);
+        const QJsonArray segments = call[u"transcription"_s][u"segments"_s].toArray();
+        QCOMPARE(segments.size(), 15);
+        QCOMPARE(segments.first()[u"speaker"_s].toString(), u"Jordan Lee"_s);
+        QVERIFY(!call[u"summary"_s][u"content"_s].toString().isEmpty());
+        QVERIFY(!call[u"summary"_s][u"action_items"_s].toArray().isEmpty());
+        QVERIFY(!backend.log().contains(tokens->accessToken));
+    }
+
+    // The backend is killed mid-call and comes back: the session reconnects,
+    // initializes again and continues the same call; nothing said is lost.
+    void backendKilledMidCall()
+    {
+        LocalBackend backend;
+        QVERIFY2(backend.isRunning(), qPrintable(backend.error()));
+        const auto tokens = backend.signIn(u"sam@example.com"_s);
+        QVERIFY(tokens);
+        const QString token = tokens->accessToken;
+
+        SettingsStore settings(m_home->path() + u"/settings.json"_s);
+        ReplayCaptureBackend capture;
+        SummaryModel summary;
+        SessionSettings sessionSettings;
+        sessionSettings.backendUrl = backend.url();
+        sessionSettings.accessToken = [token] {
+            QPromise<std::optional<QString>> promise;
+            promise.start();
+            promise.addResult(std::optional(token));
+            promise.finish();
+            return promise.future();
+        };
+        sessionSettings.timing.socket.reconnectionDelay = 100ms;
+        sessionSettings.timing.socket.reconnectionDelayMax = 500ms;
+        CallController::Options options;
+        options.whisperInputPath = m_home->path() + u"/whisper_input.wav"_s;
+        options.makeSession = makeSessionFactory(sessionSettings, &summary);
+        CallController controller(capture, settings, options);
+        auto* session = dynamic_cast<SocketController*>(controller.session());
+        QVERIFY(session);
+
+        QVERIFY(controller.startCall());
+        QTRY_VERIFY_WITH_TIMEOUT(session->sessionReady(), 15'000);
+        const QString callId = controller.callModel().wsConnectionId;
+        QVERIFY(!callId.isEmpty());
+        controller.handleRecognizedText(u"We need the proposal before the board meets."_s);
+        QTest::qWait(300); // stored before it is answered; give it the time to arrive
+
+        backend.kill();
+        QTRY_VERIFY_WITH_TIMEOUT(!session->isConnected(), 15'000);
+        QElapsedTimer sinceRestart;
+        QVERIFY(backend.restart());
+        sinceRestart.start();
+        QTRY_VERIFY_WITH_TIMEOUT(session->sessionReady(), 20'000);
+        qInfo("session ready again %lld ms after the backend restarted", sinceRestart.elapsed());
+        QCOMPARE(controller.callModel().wsConnectionId, callId);
+
+        controller.handleRecognizedText(u"I'll send the revised pricing by Friday."_s);
+        QTest::qWait(300);
+        controller.endCall();
+        QTRY_VERIFY_WITH_TIMEOUT(
+            calls(backend, token).first()[u"status"_s].toString() == u"completed"_s, 15'000);
+        const QJsonObject call = calls(backend, token).first().toObject();
+        QCOMPARE(call[u"id"_s].toString(), callId);
+        const QString text = call[u"transcription"_s][u"text"_s].toString();
+        QVERIFY2(text.contains(u"proposal before the board"_s), qPrintable(text));
+        QVERIFY2(text.contains(u"revised pricing by Friday"_s), qPrintable(text));
+    }
+};
+
+QTEST_GUILESS_MAIN(LiveCallTest)
+#include "LiveCallTest.moc"
