@@ -397,15 +397,9 @@ void SocketIoClient::lose(const QString& reason, const QString& detail)
 
     if (phase == Phase::Connected) {
         qCInfo(lcSocket) << "connection lost:" << reason << detail;
-        if (!setPhase(m_options.reconnection ? Phase::Waiting : Phase::Stopped) ||
-            !notify([this, reason] { Q_EMIT disconnected(reason); }))
-            return;
-        if (!m_options.reconnection)
-            return;
-        m_reconnecting = true;
-        m_attempts = 0;
-        if (notify([this] { Q_EMIT reconnecting(); }))
-            scheduleAttempt();
+        if (setPhase(m_options.reconnection ? Phase::Waiting : Phase::Stopped) &&
+            notify([this, reason] { Q_EMIT disconnected(reason); }))
+            beginReconnection();
         return;
     }
 
@@ -415,9 +409,13 @@ void SocketIoClient::lose(const QString& reason, const QString& detail)
         return;
     }
     qCWarning(lcSocket) << "cannot connect:" << detail;
-    if (!setPhase(m_options.reconnection ? Phase::Waiting : Phase::Stopped) ||
-        !notify([this, detail] { Q_EMIT errorOccurred(detail); }))
-        return;
+    if (setPhase(m_options.reconnection ? Phase::Waiting : Phase::Stopped) &&
+        notify([this, detail] { Q_EMIT errorOccurred(detail); }))
+        beginReconnection();
+}
+
+void SocketIoClient::beginReconnection()
+{
     if (!m_options.reconnection)
         return;
     m_reconnecting = true;

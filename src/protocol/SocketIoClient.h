@@ -126,6 +126,8 @@ private:
     void transportEnded();
     // The connection in hand is lost or the attempt in progress failed.
     void lose(const QString& reason, const QString& detail);
+    // After a loss or a failed first connection: reconnecting(), then the first wait.
+    void beginReconnection();
     void scheduleAttempt();
     void attempt();
     void stop();

@@ -332,8 +332,7 @@ void SocketController::initializeSession()
         say(u"📡 Initializing session without localTools config (backend will use defaults)"_s);
     }
     say(u"🚀 Emitting initializeSession with data keys: "_s + payload.keys().join(u", "_s));
-    if (m_socket)
-        m_socket->emitEvent(u"initializeSession"_s, QJsonArray{payload});
+    emitPayload(u"initializeSession"_s, payload);
 }
 
 void SocketController::handleConnected(const QJsonArray& items)
@@ -419,13 +418,18 @@ bool SocketController::clearConnectionTimeout()
 
 // --- incoming events ----------------------------------------------------------------------
 
-void SocketController::handleTranscription(const QJsonArray& items)
+std::optional<QJsonObject> SocketController::transcriptionPayload(const QJsonArray& items) const
 {
     if (!m_sessionReady) {
         warn(u"⚠️ Received transcription before session ready - ignoring"_s);
-        return;
+        return std::nullopt;
     }
-    const std::optional<QJsonObject> data = firstObject(items);
+    return firstObject(items);
+}
+
+void SocketController::handleTranscription(const QJsonArray& items)
+{
+    const std::optional<QJsonObject> data = transcriptionPayload(items);
     if (!data)
         return;
     if (m_transcription)
@@ -436,22 +440,14 @@ void SocketController::handleTranscription(const QJsonArray& items)
 
 void SocketController::handleTranscriptionReceived(const QJsonArray& items)
 {
-    if (!m_sessionReady) {
-        warn(u"⚠️ Received transcription before session ready - ignoring"_s);
-        return;
-    }
-    const std::optional<QJsonObject> data = firstObject(items);
+    const std::optional<QJsonObject> data = transcriptionPayload(items);
     if (data && m_summaryModel)
         m_summaryModel->handleReceivedTranscription(*data);
 }
 
 void SocketController::handleSummary(const QJsonArray& items)
 {
-    if (!m_sessionReady) {
-        warn(u"⚠️ Received transcription before session ready - ignoring"_s);
-        return;
-    }
-    const std::optional<QJsonObject> data = firstObject(items);
+    const std::optional<QJsonObject> data = transcriptionPayload(items);
     if (data && m_summaryModel)
         m_summaryModel->handleSummary(*data);
 }
@@ -590,7 +586,7 @@ bool SocketController::sendClientTranscription(const QString& text, bool isParti
     if (segments)
         payload.insert(u"segments"_s, *segments);
     say(u"📝 Sending client transcription (%1 chars): "_s.arg(text.size()) + text);
-    return m_socket && m_socket->emitEvent(u"clientTranscription"_s, QJsonArray{payload});
+    return emitPayload(u"clientTranscription"_s, payload);
 }
 
 void SocketController::sendClientTranscription(const QString& text,
@@ -608,7 +604,7 @@ bool SocketController::sendTranscriptionSummary(const QJsonObject& payload)
         return false;
     }
     say(u"📡 Emitting transcription summary via websocket"_s);
-    return m_socket && m_socket->emitEvent(u"transcriptionSummary"_s, QJsonArray{payload});
+    return emitPayload(u"transcriptionSummary"_s, payload);
 }
 
 bool SocketController::updateLocalToolsConfiguration(const QJsonObject& payload)
@@ -618,7 +614,7 @@ bool SocketController::updateLocalToolsConfiguration(const QJsonObject& payload)
         return false;
     }
     say(u"🔧 Sending local tools configuration update event 'update_local_tools'"_s);
-    return m_socket && m_socket->emitEvent(u"update_local_tools"_s, QJsonArray{payload});
+    return emitPayload(u"update_local_tools"_s, payload);
 }
 
 bool SocketController::sendChatMessage(const QString& message, const std::optional<QString>& userId,
@@ -638,7 +634,7 @@ bool SocketController::sendChatMessage(const QString& message, const std::option
     if (metadata)
         payload.insert(u"metadata"_s, *metadata);
     say(u"💬 Sending chat message: "_s + message);
-    return m_socket && m_socket->emitEvent(u"chatMessage"_s, QJsonArray{payload});
+    return emitPayload(u"chatMessage"_s, payload);
 }
 
 bool SocketController::getChatHistory(std::optional<int> limit, std::optional<int> offset)
@@ -653,7 +649,7 @@ bool SocketController::getChatHistory(std::optional<int> limit, std::optional<in
     if (offset)
         payload.insert(u"offset"_s, *offset);
     say(u"📚 Requesting chat history..."_s);
-    return m_socket && m_socket->emitEvent(u"getChatHistory"_s, QJsonArray{payload});
+    return emitPayload(u"getChatHistory"_s, payload);
 }
 
 bool SocketController::clearChatHistory()
@@ -663,9 +659,7 @@ bool SocketController::clearChatHistory()
         return false;
     }
     say(u"🧹 Clearing chat history..."_s);
-    return m_socket &&
-           m_socket->emitEvent(u"clearChatHistory"_s,
-                               QJsonArray{QJsonObject{{u"timestamp"_s, timestampNow()}}});
+    return emitPayload(u"clearChatHistory"_s, QJsonObject{{u"timestamp"_s, timestampNow()}});
 }
 
 bool SocketController::updateAgentMode(bool enabled, int suggestionIntervalMs)
@@ -681,7 +675,7 @@ bool SocketController::updateAgentMode(bool enabled, int suggestionIntervalMs)
         {u"suggestionIntervalMs"_s, suggestionIntervalMs},
         {u"timestamp"_s, timestampNow()},
     };
-    return m_socket && m_socket->emitEvent(u"updateAgentMode"_s, QJsonArray{payload});
+    return emitPayload(u"updateAgentMode"_s, payload);
 }
 
 bool SocketController::getAgentModeStatus()
@@ -691,14 +685,17 @@ bool SocketController::getAgentModeStatus()
         return false;
     }
     say(u"🤖 Requesting agent mode status"_s);
-    return m_socket &&
-           m_socket->emitEvent(u"getAgentModeStatus"_s,
-                               QJsonArray{QJsonObject{{u"timestamp"_s, timestampNow()}}});
+    return emitPayload(u"getAgentModeStatus"_s, QJsonObject{{u"timestamp"_s, timestampNow()}});
 }
 
 void SocketController::sendAgentSettings(bool enabled, int suggestionIntervalMs)
 {
     updateAgentMode(enabled, suggestionIntervalMs);
+}
+
+bool SocketController::emitPayload(const QString& event, const QJsonObject& payload)
+{
+    return m_socket && m_socket->emitEvent(event, QJsonArray{payload});
 }
 
 // --- state --------------------------------------------------------------------------------

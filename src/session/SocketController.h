@@ -156,6 +156,9 @@ private:
     void handleError(const QJsonArray& items);
     void handleAck(const QJsonArray& items);
 
+    // The first item of a transcription or summary event, once the session is ready.
+    std::optional<QJsonObject> transcriptionPayload(const QJsonArray& items) const;
+    bool emitPayload(const QString& event, const QJsonObject& payload);
     void runSessionErrorPath(const QString& message);
     void parseAgentModeResponse(const QJsonObject& payload);
     void armConnectionTimeout();

@@ -4,6 +4,7 @@
 #include "KeyringSession.h"
 #include "LocalBackend.h"
 #include "TestPaths.h"
+#include "account/AuthenticationService.h"
 #include "app/KeychainManager.h"
 #include "app/SettingsStore.h"
 #include "capture/CallController.h"
@@ -26,8 +27,7 @@ using namespace std::chrono_literals;
 
 namespace {
 
-const QString accessKey = u"com.quillmoss.accesstoken"_s;
-const QString refreshKey = u"com.quillmoss.refreshtoken"_s;
+const QString accessKey = QString::fromLatin1(AuthenticationService::accessTokenKeychainKey);
 
 QList<QJsonObject> jsonLines(const QString& output)
 {
