@@ -373,6 +373,20 @@ void CallHistoryService::clearCache()
     logInfo(u"📞 Call history cache cleared"_s);
 }
 
+void CallHistoryService::forgetCalls()
+{
+    if (m_fetch) {
+        if (QNetworkReply* reply = m_fetch->reply) {
+            reply->disconnect(this);
+            reply->abort();
+            reply->deleteLater();
+        }
+        finishFetch(false);
+    }
+    setErrorMessage({});
+    publish({});
+}
+
 QFuture<bool> CallHistoryService::clearCacheAndRefresh()
 {
     clearCache();

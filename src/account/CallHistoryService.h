@@ -73,6 +73,9 @@ public:
     Q_INVOKABLE QFuture<bool> fetchCalls();
     // Forgets the cache and its times; the calls shown stay.
     Q_INVOKABLE void clearCache();
+    // Drops the calls shown and the last error (the user signed out); a fetch
+    // in flight is abandoned so its answer cannot bring them back.
+    void forgetCalls();
     // The screen's "Clear Cache & Refresh".
     Q_INVOKABLE QFuture<bool> clearCacheAndRefresh();
 

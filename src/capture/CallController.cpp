@@ -208,6 +208,12 @@ void CallController::initializeModels(ModelDownloader& downloader, const QString
     watcher->setFuture(downloader.ensureModel(name));
 }
 
+void CallController::initializeWith(SpeechRecognizer* recognizer)
+{
+    setRecognizer(recognizer);
+    setInitializationState(u"Ready!"_s, 1.0, true);
+}
+
 void CallController::loadModel(const QString& path)
 {
     setInitializationState(u"Initializing Model..."_s, 0.8, false);

@@ -45,6 +45,7 @@ class CallController : public QObject
     Q_PROPERTY(bool isSessionReady READ isSessionReady NOTIFY sessionStateChanged)
     // "Server offline - …" while the backend cannot be reached during a call; empty otherwise.
     Q_PROPERTY(QString serverStatusText READ serverStatusText NOTIFY sessionStateChanged)
+    Q_PROPERTY(QString endCallConfirmation READ endCallConfirmationText CONSTANT)
 
 public:
     struct Options
@@ -109,6 +110,8 @@ public:
     // initializationStatus / initializationProgress; when the model cannot be
     // had, calls run without recognition.
     void initializeModels(ModelDownloader& downloader, const QString& modelFile = {});
+    // Start-up with a recognizer of the caller's: there is no model to load.
+    void initializeWith(SpeechRecognizer* recognizer);
     // The local recognizer, once the model is loaded (its status for the screens).
     LocalSpeechRecognizer* localRecognizer() const { return m_localRecognizer.get(); }
 

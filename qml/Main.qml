@@ -1,0 +1,105 @@
+// The main window: the sign-in gate in front of the application.
+import QtQuick
+import QtQuick.Controls
+import QtQuick.Window
+
+ApplicationWindow {
+    id: window
+    objectName: "mainWindow"
+    title: "Quillmoss"
+    visible: true
+    x: windowState.geometry.x >= 0 ? windowState.geometry.x : (Screen.width - width) / 2
+    y: windowState.geometry.y >= 0 ? windowState.geometry.y : (Screen.height - height) / 2
+    width: windowState.geometry.width
+    height: windowState.geometry.height
+    minimumWidth: 880
+    minimumHeight: 600
+    visibility: windowState.maximized ? Window.Maximized : Window.AutomaticVisibility
+    color: Theme.background
+
+    palette.window: Theme.background
+    palette.windowText: Theme.text
+    palette.base: Theme.surface
+    palette.alternateBase: Theme.surfaceAlt
+    palette.text: Theme.text
+    palette.button: Theme.surfaceAlt
+    palette.buttonText: Theme.text
+    palette.highlight: Theme.accent
+    palette.highlightedText: Theme.accentText
+    palette.placeholderText: Theme.textMuted
+    palette.mid: Theme.border
+    palette.dark: Theme.border
+    palette.light: Theme.surface
+    palette.midlight: Theme.surfaceAlt
+    palette.shadow: Theme.border
+    palette.toolTipBase: Theme.surface
+    palette.toolTipText: Theme.text
+    palette.link: Theme.accent
+
+    Binding { target: Theme; property: "name"; value: themeManager.resolvedTheme }
+    Binding { target: Theme; property: "reduceMotion"; value: themeManager.reduceMotion }
+
+    onClosing: windowState.save(x, y, width, height, visibility === Window.Maximized)
+
+    // "Check for Updates" and the rest of the app menu live in Settings; the
+    // one shortcut of the window jumps between its sections.
+    Shortcut {
+        sequences: ["Ctrl+1"]
+        enabled: contentView.screen === "main"
+        onActivated: contentView.selectedItem = "callControl"
+    }
+    Shortcut {
+        sequences: ["Ctrl+2"]
+        enabled: contentView.screen === "main"
+        onActivated: contentView.selectedItem = "callHistory"
+    }
+    Shortcut {
+        sequences: ["Ctrl+3"]
+        enabled: contentView.screen === "main"
+        onActivated: contentView.selectedItem = "integrations"
+    }
+    Shortcut {
+        sequences: ["Ctrl+4", StandardKey.Preferences]
+        enabled: contentView.screen === "main"
+        onActivated: contentView.selectedItem = "settings"
+    }
+
+    Loader {
+        id: screenLoader
+        objectName: "screenLoader"
+        anchors.fill: parent
+        focus: true
+        sourceComponent: {
+            switch (contentView.screen) {
+            case "loading": return loadingScreen
+            case "error": return errorScreen
+            case "main": return mainView
+            default: return loginScreen
+            }
+        }
+    }
+
+    Component {
+        id: loadingScreen
+        LoadingScreen {}
+    }
+    Component {
+        id: errorScreen
+        ErrorScreen {
+            message: contentView.errorText
+            onRetry: authService.retryStartupCheck()
+            onSignInAgain: authService.requestSignOut()
+        }
+    }
+    Component {
+        id: loginScreen
+        LoginScreen {
+            onContinueWithGoogle: authService.startLogin()
+            onOpenTerms: app.openTermsOfService()
+        }
+    }
+    Component {
+        id: mainView
+        MainView {}
+    }
+}

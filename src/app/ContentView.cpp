@@ -1,0 +1,93 @@
+#include "app/ContentView.h"
+
+#include "account/AuthenticationService.h"
+#include "app/SettingsStore.h"
+#include "protocol/Logging.h"
+
+#include <QFutureWatcher>
+
+using namespace Qt::StringLiterals;
+
+ContentView::ContentView(AuthenticationService& auth, SettingsStore& settings, QObject* parent)
+    : QObject(parent), m_auth(auth), m_settings(settings)
+{
+    const QString stored =
+        m_settings.stringValue(QString::fromLatin1(selectedItemKey)).value_or(QString());
+    m_selectedItem = sidebarKeys().contains(stored) ? stored : sidebarKeys().first();
+
+    auto* startup = new QFutureWatcher<void>(this);
+    connect(startup, &QFutureWatcher<void>::finished, this, [this, startup] {
+        m_startupSettled = true;
+        startup->deleteLater();
+        evaluate();
+    });
+    startup->setFuture(m_auth.startupCheck());
+
+    connect(&m_auth, &AuthenticationService::isAuthenticatedChanged, this, &ContentView::evaluate);
+    connect(&m_auth, &AuthenticationService::isAuthenticatingChanged, this, &ContentView::evaluate);
+    connect(&m_auth, &AuthenticationService::currentUserChanged, this, &ContentView::evaluate);
+    connect(&m_auth, &AuthenticationService::authenticationErrorChanged, this,
+            &ContentView::evaluate);
+    evaluate();
+}
+
+QVariantList ContentView::sidebarItems()
+{
+    return {
+        QVariantMap{{u"key"_s, u"callControl"_s}, {u"label"_s, u"Call Control"_s}},
+        QVariantMap{{u"key"_s, u"callHistory"_s}, {u"label"_s, u"Call History"_s}},
+        QVariantMap{{u"key"_s, u"integrations"_s}, {u"label"_s, u"Integrations"_s}},
+        QVariantMap{{u"key"_s, u"settings"_s}, {u"label"_s, u"Settings"_s}},
+    };
+}
+
+QStringList ContentView::sidebarKeys()
+{
+    return {u"callControl"_s, u"callHistory"_s, u"integrations"_s, u"settings"_s};
+}
+
+void ContentView::setSelectedItem(const QString& key)
+{
+    if (key == m_selectedItem || !sidebarKeys().contains(key))
+        return;
+    m_selectedItem = key;
+    m_settings.setString(QString::fromLatin1(selectedItemKey), key);
+    Q_EMIT selectedItemChanged();
+}
+
+void ContentView::evaluate()
+{
+    QString screen;
+    QString error;
+    QString user;
+    const auto& currentUser = m_auth.currentUser();
+    if (m_auth.isAuthenticating() || !m_startupSettled) {
+        screen = u"loading"_s;
+    } else if (m_auth.isAuthenticated() && currentUser) {
+        screen = u"main"_s;
+        user = currentUser->email;
+    } else if (!m_auth.authenticationError().isEmpty()) {
+        screen = u"error"_s;
+        error = m_auth.authenticationError();
+    } else {
+        screen = u"login"_s;
+    }
+    if (screen == m_screen && error == m_errorText && user == m_loggedUser)
+        return;
+
+    if (screen == u"loading"_s) {
+        qCInfo(lcApp) << "🔐 [ContentView] Showing loading state (isAuthenticating=true)";
+    } else if (screen == u"main"_s) {
+        qCInfo(lcApp).noquote() << u"🔐 [ContentView] Showing main app for user: %1"_s.arg(user);
+    } else if (screen == u"error"_s) {
+        qCInfo(lcApp).noquote() << u"🔐 [ContentView] Showing error state: %1"_s.arg(error);
+    } else {
+        qCInfo(lcApp) << "🔐 [ContentView] Showing login screen (not authenticated, no error)";
+        if (m_screen != screen)
+            qCInfo(lcApp) << "🔐 AuthenticationView appeared - login screen should be visible";
+    }
+    m_screen = screen;
+    m_errorText = error;
+    m_loggedUser = user;
+    Q_EMIT screenChanged();
+}

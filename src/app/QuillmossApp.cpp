@@ -1,0 +1,222 @@
+#include "app/QuillmossApp.h"
+
+#include "account/AuthenticationService.h"
+#include "account/CallHistoryListModel.h"
+#include "account/CallHistoryService.h"
+#include "account/FeedbackForm.h"
+#include "account/FeedbackService.h"
+#include "app/AppPaths.h"
+#include "app/Clipboard.h"
+#include "app/ContentView.h"
+#include "app/KeychainManager.h"
+#include "app/SettingsStore.h"
+#include "app/SingleInstance.h"
+#include "app/ThemeManager.h"
+#include "app/UpdateManager.h"
+#include "app/WindowState.h"
+#include "capture/AudioDeviceManager.h"
+#include "capture/CallController.h"
+#include "capture/LocalSpeechRecognizer.h"
+#include "capture/ModelCatalogueModel.h"
+#include "capture/ModelDownloader.h"
+#include "capture/PulseCaptureBackend.h"
+#include "protocol/Logging.h"
+#include "session/SessionFactory.h"
+#include "session/SummaryModel.h"
+
+#include <QDesktopServices>
+#include <QQmlApplicationEngine>
+#include <QQmlContext>
+#include <QQuickWindow>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+QUrl configuredUrl(const char* variable, const char* fallback)
+{
+    const QString value = qEnvironmentVariable(variable);
+    return QUrl(value.isEmpty() ? QString::fromUtf8(fallback) : value);
+}
+
+} // namespace
+
+AppOptions AppOptions::fromEnvironment()
+{
+    AppOptions options;
+    options.backendUrl = configuredUrl("QUILLMOSS_BACKEND_URL", QUILLMOSS_DEFAULT_BACKEND_URL);
+    options.webUrl = configuredUrl("QUILLMOSS_WEB_URL", QUILLMOSS_DEFAULT_WEB_URL);
+    options.modelBaseUrl =
+        configuredUrl("QUILLMOSS_MODEL_BASE_URL", QUILLMOSS_DEFAULT_MODEL_BASE_URL);
+    options.updateFeedUrl = configuredUrl("QUILLMOSS_UPDATE_FEED_URL", QUILLMOSS_UPDATE_FEED_URL);
+    options.instanceName = SingleInstance::defaultName();
+    return options;
+}
+
+QuillmossApp::QuillmossApp(AppOptions options, QObject* parent)
+    : QObject(parent), m_options(std::move(options)), m_keychain(KeychainManager::shared())
+{
+    if (!m_options.openUrl)
+        m_options.openUrl = [](const QUrl& url) { return QDesktopServices::openUrl(url); };
+    if (m_options.instanceName.isEmpty())
+        m_options.instanceName = SingleInstance::defaultName();
+
+    m_settings = std::make_unique<SettingsStore>(AppPaths::settingsFilePath());
+
+    AuthenticationService::Options authOptions;
+    authOptions.backendUrl = m_options.backendUrl;
+    authOptions.webUrl = m_options.webUrl;
+    authOptions.openUrl = m_options.openUrl;
+    m_authService = std::make_unique<AuthenticationService>(m_keychain, authOptions);
+    m_themeManager = std::make_unique<ThemeManager>(*m_settings);
+    m_modelDownloader = std::make_unique<ModelDownloader>(m_options.modelBaseUrl);
+    m_updateManager = std::make_unique<UpdateManager>(m_options.updateFeedUrl, version());
+
+    wireServices();
+
+    m_engine = std::make_unique<QQmlApplicationEngine>();
+    QQmlContext* context = m_engine->rootContext();
+    context->setContextProperty(u"app"_s, this);
+    context->setContextProperty(u"authService"_s, m_authService.get());
+    context->setContextProperty(u"themeManager"_s, m_themeManager.get());
+    context->setContextProperty(u"modelDownloader"_s, m_modelDownloader.get());
+    context->setContextProperty(u"updateManager"_s, m_updateManager.get());
+    context->setContextProperty(u"callController"_s, m_callController.get());
+    context->setContextProperty(u"transcriptionViewModel"_s,
+                                m_callController->transcriptionViewModel());
+    context->setContextProperty(u"summaryModel"_s, m_summaryModel.get());
+    context->setContextProperty(u"audioDevices"_s, m_audioDevices.get());
+    context->setContextProperty(u"callHistory"_s, m_callHistory.get());
+    context->setContextProperty(u"callHistoryModel"_s, m_callHistoryModel.get());
+    context->setContextProperty(u"feedbackForm"_s, m_feedbackForm.get());
+    context->setContextProperty(u"modelCatalogue"_s, m_modelCatalogue.get());
+    context->setContextProperty(u"contentView"_s, m_contentView.get());
+    context->setContextProperty(u"windowState"_s, m_windowState.get());
+    context->setContextProperty(u"clipboard"_s, m_clipboard.get());
+}
+
+QuillmossApp::~QuillmossApp()
+{
+    // The screens go first: nothing may bind to a service being torn down.
+    m_engine.reset();
+    if (m_callController && m_callController->isLive())
+        m_callController->endCall();
+}
+
+void QuillmossApp::wireServices()
+{
+    m_summaryModel = std::make_unique<SummaryModel>();
+    m_capture =
+        m_options.makeCapture ? m_options.makeCapture() : std::make_unique<PulseCaptureBackend>();
+
+    SessionSettings session;
+    session.backendUrl = m_options.backendUrl;
+    session.accessToken = [auth = m_authService.get()] { return auth->getValidAccessToken(); };
+    session.signOut = [auth = m_authService.get()] { auth->signOut(); };
+    CallController::Options callOptions;
+    callOptions.makeSession = makeSessionFactory(session, m_summaryModel.get());
+    m_callController = std::make_unique<CallController>(*m_capture, *m_settings, callOptions);
+
+    if (m_options.recognizer) {
+        m_callController->initializeWith(m_options.recognizer);
+    } else if (m_options.initializeModels) {
+        m_callController->initializeModels(*m_modelDownloader);
+    }
+    connect(m_callController.get(), &CallController::initializationChanged, this, [this] {
+        if (LocalSpeechRecognizer* recognizer = m_callController->localRecognizer()) {
+            connect(recognizer, &LocalSpeechRecognizer::statusChanged, this,
+                    &QuillmossApp::recognitionStatusChanged, Qt::UniqueConnection);
+        }
+        Q_EMIT recognitionStatusChanged();
+    });
+    m_callController->checkPermissions(false);
+
+    m_audioDevices = std::make_unique<AudioDeviceManager>(*m_settings);
+    m_audioDevices->discoverInputDevices();
+
+    m_callHistory =
+        std::make_unique<CallHistoryService>(*m_settings, m_keychain, m_options.backendUrl);
+    m_callHistoryModel = std::make_unique<CallHistoryListModel>(*m_callHistory);
+    m_feedbackService = std::make_unique<FeedbackService>(
+        [auth = m_authService.get()] { return auth->getValidAccessToken(); }, m_options.backendUrl);
+    m_feedbackForm = std::make_unique<FeedbackForm>(*m_feedbackService);
+    m_modelCatalogue = std::make_unique<ModelCatalogueModel>(*m_modelDownloader);
+    m_contentView = std::make_unique<ContentView>(*m_authService, *m_settings);
+    m_windowState = std::make_unique<WindowState>(*m_settings);
+    m_clipboard = std::make_unique<Clipboard>();
+
+    connect(m_authService.get(), &AuthenticationService::isAuthenticatedChanged, this,
+            &QuillmossApp::signedInStateChanged);
+}
+
+void QuillmossApp::signedInStateChanged()
+{
+    const bool authenticated = m_authService->isAuthenticated();
+    if (authenticated == m_wasAuthenticated)
+        return;
+    m_wasAuthenticated = authenticated;
+    // The cached history belongs to whoever was signed in.
+    m_callHistory->clearCache();
+    if (!authenticated) {
+        m_callHistory->forgetCalls();
+        if (m_callController->isLive())
+            m_callController->endCall();
+        m_summaryModel->clear();
+    }
+}
+
+bool QuillmossApp::show()
+{
+    m_engine->load(QUrl(u"qrc:/qml/Main.qml"_s));
+    if (m_engine->rootObjects().isEmpty()) {
+        qCCritical(lcApp) << "❌ The main window could not be loaded";
+        return false;
+    }
+    return true;
+}
+
+bool QuillmossApp::listenForOtherLaunches()
+{
+    m_singleInstance = std::make_unique<SingleInstance>(m_options.instanceName);
+    connect(m_singleInstance.get(), &SingleInstance::urlReceived, this, &QuillmossApp::handleUrl);
+    connect(m_singleInstance.get(), &SingleInstance::activated, this, [this] {
+        if (QQuickWindow* window = mainWindow()) {
+            window->show();
+            window->raise();
+            window->requestActivate();
+        }
+    });
+    return m_singleInstance->listen();
+}
+
+void QuillmossApp::handleUrl(const QUrl& url)
+{
+    if (url.scheme().compare(QLatin1String(appURLScheme), Qt::CaseInsensitive) != 0) {
+        qCWarning(lcApp).noquote() << u"⚠️ Ignoring a URL of scheme \"%1\""_s.arg(url.scheme());
+        return;
+    }
+    m_authService->handleRedirect(url);
+}
+
+void QuillmossApp::openTermsOfService()
+{
+    m_options.openUrl(m_options.webUrl.resolved(QUrl(u"/terms"_s)));
+}
+
+QVariant QuillmossApp::recognitionStatus() const
+{
+    if (const LocalSpeechRecognizer* recognizer = m_callController->localRecognizer())
+        return QVariant::fromValue(recognizer->status());
+    return {};
+}
+
+QString QuillmossApp::version()
+{
+    return QStringLiteral(QUILLMOSS_VERSION);
+}
+
+QQuickWindow* QuillmossApp::mainWindow() const
+{
+    const auto roots = m_engine->rootObjects();
+    return roots.isEmpty() ? nullptr : qobject_cast<QQuickWindow*>(roots.first());
+}

@@ -1,0 +1,109 @@
+// The desktop application: creates the long-lived services once, wires them
+// together, and shows the screens that bind to them.
+#pragma once
+
+#include "app/AppOptions.h"
+
+#include <QObject>
+#include <QPointer>
+#include <QUrl>
+#include <QVariant>
+
+#include <memory>
+
+class AudioDeviceManager;
+class AuthenticationService;
+class CallController;
+class CallHistoryListModel;
+class CallHistoryService;
+class CaptureBackend;
+class Clipboard;
+class ContentView;
+class FeedbackForm;
+class FeedbackService;
+class KeychainManager;
+class ModelCatalogueModel;
+class ModelDownloader;
+class QQmlApplicationEngine;
+class QQuickWindow;
+class SettingsStore;
+class SingleInstance;
+class SummaryModel;
+class ThemeManager;
+class UpdateManager;
+class WindowState;
+
+// Lives on the GUI thread for the life of the program. The screens see the
+// services as context properties named as the members below; besides them
+// they see this object as `app`, for what belongs to no single service.
+class QuillmossApp : public QObject
+{
+    Q_OBJECT
+    // The local recognizer's status (a RecognitionStatus), null until a model is loaded.
+    Q_PROPERTY(QVariant recognitionStatus READ recognitionStatus NOTIFY recognitionStatusChanged)
+    Q_PROPERTY(QString version READ version CONSTANT)
+
+public:
+    // The scheme of the sign-in callback "quillmoss://oauth/callback".
+    static constexpr auto appURLScheme = "quillmoss";
+
+    explicit QuillmossApp(AppOptions options, QObject* parent = nullptr);
+    ~QuillmossApp() override;
+    QuillmossApp(const QuillmossApp&) = delete;
+    QuillmossApp& operator=(const QuillmossApp&) = delete;
+
+    // Loads the screens and shows the main window; false when they failed to load.
+    bool show();
+    // Listens for URLs from later launches; false when another instance runs.
+    bool listenForOtherLaunches();
+
+    // Every URL the app is given (command line, later launches).
+    Q_INVOKABLE void handleUrl(const QUrl& url);
+    // The login screen's "Terms of Service" link, in the browser.
+    Q_INVOKABLE void openTermsOfService();
+
+    QVariant recognitionStatus() const;
+    static QString version();
+
+    AuthenticationService& authService() const { return *m_authService; }
+    CallController& callController() const { return *m_callController; }
+    CallHistoryService& callHistory() const { return *m_callHistory; }
+    ModelDownloader& modelDownloader() const { return *m_modelDownloader; }
+    SummaryModel& summaryModel() const { return *m_summaryModel; }
+    ContentView& contentView() const { return *m_contentView; }
+    FeedbackForm& feedbackForm() const { return *m_feedbackForm; }
+    SettingsStore& settings() const { return *m_settings; }
+    QQmlApplicationEngine& engine() const { return *m_engine; }
+    QQuickWindow* mainWindow() const;
+
+Q_SIGNALS:
+    void recognitionStatusChanged();
+
+private:
+    void wireServices();
+    void signedInStateChanged();
+
+    AppOptions m_options;
+    std::unique_ptr<SettingsStore> m_settings;
+    KeychainManager& m_keychain;
+    std::unique_ptr<AuthenticationService> m_authService;
+    std::unique_ptr<ThemeManager> m_themeManager;
+    std::unique_ptr<ModelDownloader> m_modelDownloader;
+    std::unique_ptr<UpdateManager> m_updateManager;
+    std::unique_ptr<CaptureBackend> m_capture;
+    std::unique_ptr<SummaryModel> m_summaryModel;
+    std::unique_ptr<CallController> m_callController;
+    std::unique_ptr<AudioDeviceManager> m_audioDevices;
+    std::unique_ptr<CallHistoryService> m_callHistory;
+    std::unique_ptr<CallHistoryListModel> m_callHistoryModel;
+    std::unique_ptr<FeedbackService> m_feedbackService;
+    std::unique_ptr<FeedbackForm> m_feedbackForm;
+    std::unique_ptr<ModelCatalogueModel> m_modelCatalogue;
+    std::unique_ptr<ContentView> m_contentView;
+    std::unique_ptr<WindowState> m_windowState;
+    std::unique_ptr<Clipboard> m_clipboard;
+    std::unique_ptr<SingleInstance> m_singleInstance;
+    bool m_wasAuthenticated = false;
+    // Last, so the screens go before the services they bind to.
+    std::unique_ptr<QQmlApplicationEngine> m_engine;
+};

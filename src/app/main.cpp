@@ -1,0 +1,70 @@
+// quillmoss-app: the desktop application. A launch given a "quillmoss://" URL
+// while the app already runs hands the URL over and exits.
+#include "app/AppBenchmark.h"
+#include "app/AppPaths.h"
+#include "app/QuillmossApp.h"
+#include "app/SingleInstance.h"
+#include "protocol/Logging.h"
+
+#include <QGuiApplication>
+#include <QIcon>
+#include <QJsonDocument>
+#include <QQuickStyle>
+#include <QUrl>
+
+#include <cstdio>
+
+using namespace Qt::StringLiterals;
+
+int main(int argc, char* argv[])
+{
+    QGuiApplication application(argc, argv);
+    QGuiApplication::setApplicationName(u"Quillmoss"_s);
+    QGuiApplication::setApplicationDisplayName(u"Quillmoss"_s);
+    QGuiApplication::setDesktopFileName(u"quillmoss"_s);
+    QGuiApplication::setApplicationVersion(QuillmossApp::version());
+    QGuiApplication::setWindowIcon(QIcon(u":/qml/images/quillmoss.svg"_s));
+
+    LogOptions logOptions;
+    logOptions.directory = AppPaths::logsDirectory();
+    Logging::install(logOptions);
+
+    QList<QUrl> urls;
+    bool benchmark = false;
+    for (const QString& argument : QGuiApplication::arguments().mid(1)) {
+        if (argument == u"--benchmark"_s) {
+            benchmark = true;
+            continue;
+        }
+        const QUrl url(argument, QUrl::StrictMode);
+        if (url.scheme() == QLatin1String(QuillmossApp::appURLScheme))
+            urls << url;
+    }
+
+    AppOptions options = AppOptions::fromEnvironment();
+    if (SingleInstance::forward(options.instanceName, urls)) {
+        qCInfo(lcApp) << "🔗 Quillmoss is already running; handed over to it";
+        return 0;
+    }
+
+    QQuickStyle::setStyle(u"Basic"_s);
+    QuillmossApp app(options);
+    app.listenForOtherLaunches();
+    if (!app.show())
+        return 1;
+    // Figures on stdout as one JSON line, then the app quits.
+    AppBenchmark measuring(app, {});
+    if (benchmark) {
+        QObject::connect(&measuring, &AppBenchmark::finished, &app, [](const QJsonObject& figures) {
+            std::fputs(
+                QJsonDocument(figures).toJson(QJsonDocument::Compact).append('\n').constData(),
+                stdout);
+            std::fflush(stdout);
+            QGuiApplication::exit(figures.contains(u"error"_s) ? 1 : 0);
+        });
+        measuring.start();
+    }
+    for (const QUrl& url : urls)
+        app.handleUrl(url);
+    return QGuiApplication::exec();
+}

@@ -1,0 +1,373 @@
+// The desktop app in-process, as a user meets it: the login screen, a sign-in
+// through a "quillmoss://" link handed over by a second launch, a call with
+// text reaching the transcript and a summary arriving from the backend, the
+// end-call confirmation, the call in the history, a model download and the
+// feedback form's answers — against the real local backend, a private sound
+// server and a throw-away keyring. Recognition is the one stand-in: the test
+// models carry no weights, so a scripted recognizer speaks for them.
+#include "KeyringSession.h"
+#include "LocalBackend.h"
+#include "LogCapture.h"
+#include "ModelHostServer.h"
+#include "PulseAudioServer.h"
+#include "QuickDriver.h"
+#include "TestPaths.h"
+#include "account/AuthenticationService.h"
+#include "account/CallHistoryService.h"
+#include "account/FeedbackForm.h"
+#include "app/ContentView.h"
+#include "app/QuillmossApp.h"
+#include "app/SingleInstance.h"
+#include "capture/CallController.h"
+#include "capture/ModelDownloader.h"
+#include "capture/SpeechRecognizer.h"
+#include "capture/TranscriptionViewModel.h"
+#include "session/SummaryModel.h"
+
+#include <QDir>
+#include <QFile>
+#include <QJsonDocument>
+#include <QQmlApplicationEngine>
+#include <QQmlContext>
+#include <QQuickStyle>
+#include <QQuickWindow>
+#include <QTest>
+
+#include <future>
+#include <memory>
+#include <optional>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+// Says the lines of a sales call, one per chunk the call hands over.
+class ScriptedRecognizer : public SpeechRecognizer
+{
+    Q_OBJECT
+
+public:
+    explicit ScriptedRecognizer(QStringList lines) : m_lines(std::move(lines)) {}
+
+    void recognize(Samples) override
+    {
+        QMetaObject::invokeMethod(
+            this,
+            [this] {
+                if (m_next < m_lines.size())
+                    Q_EMIT textRecognized(m_lines.at(m_next++));
+            },
+            Qt::QueuedConnection);
+    }
+
+private:
+    QStringList m_lines;
+    qsizetype m_next = 0;
+};
+
+QStringList discoveryCallLines()
+{
+    const QByteArray text =
+        TestPaths::readFile(TestPaths::sourceDirectory() + u"/examples/discovery-call.txt"_s);
+    QStringList lines;
+    for (const QString& line : QString::fromUtf8(text).split(u'\n', Qt::SkipEmptyParts))
+        lines << line.section(u':', 1).trimmed(); // the speaker's name is not what a mic hears
+    return lines;
+}
+
+} // namespace
+
+class AppWindowTest : public QObject
+{
+    Q_OBJECT
+
+private:
+    std::unique_ptr<KeyringSession> m_keyring;
+    std::unique_ptr<TemporaryHome> m_home;
+    std::unique_ptr<PulseAudioServer> m_pulse;
+    std::unique_ptr<LocalBackend> m_backend;
+    std::unique_ptr<ModelHostServer> m_modelHost;
+    std::unique_ptr<ScriptedRecognizer> m_recognizer;
+    std::unique_ptr<LogCapture> m_log;
+    std::unique_ptr<QuillmossApp> m_app;
+    std::unique_ptr<QuickDriver> m_ui;
+    QList<QUrl> m_opened;
+    std::optional<LocalBackend::Tokens> m_tokens;
+    QString m_instanceName;
+
+    bool logged(const QString& line) const { return m_log->lines().contains(line); }
+
+    // A second launch, as the browser starts it: on a thread of its own, as it
+    // would be a process of its own, while this one's event loop keeps running.
+    bool secondLaunch(const QList<QUrl>& urls)
+    {
+        auto handedOver = std::async(std::launch::async, [name = m_instanceName, urls] {
+            return SingleInstance::forward(name, urls);
+        });
+        while (handedOver.wait_for(std::chrono::milliseconds(10)) != std::future_status::ready)
+            QCoreApplication::processEvents();
+        return handedOver.get();
+    }
+
+    // With QUILLMOSS_SCREENSHOT_DIR set, the window as it is now goes there as NAME.png.
+    void snapshot(const QString& name)
+    {
+        const QString directory = qEnvironmentVariable("QUILLMOSS_SCREENSHOT_DIR");
+        if (directory.isEmpty())
+            return;
+        QTest::qWait(300); // let the last changes paint
+        QDir().mkpath(directory);
+        QVERIFY(m_app->mainWindow()->grabWindow().save(directory + u'/' + name + u".png"_s));
+    }
+
+    void openSection(const QString& key)
+    {
+        QVERIFY(m_ui->click(u"sidebarItem_"_s + key));
+        QTRY_COMPARE(m_app->contentView().selectedItem(), key);
+    }
+
+private Q_SLOTS:
+    void initTestCase()
+    {
+        m_keyring = std::make_unique<KeyringSession>();
+        QVERIFY2(m_keyring->isRunning(), qPrintable(m_keyring->error()));
+        m_home = std::make_unique<TemporaryHome>();
+        m_pulse = std::make_unique<PulseAudioServer>();
+        QVERIFY2(m_pulse->isRunning(), qPrintable(m_pulse->error()));
+        m_backend = std::make_unique<LocalBackend>(LocalBackend::Options{.seedDemo = true});
+        QVERIFY2(m_backend->isRunning(), qPrintable(m_backend->error()));
+        m_modelHost = std::make_unique<ModelHostServer>();
+        QVERIFY(m_modelHost->isListening());
+        m_modelHost->serveData(u"ggml-tiny.en.bin"_s, QByteArray(256 * 1024, 'm'));
+        m_recognizer = std::make_unique<ScriptedRecognizer>(discoveryCallLines());
+        m_log = std::make_unique<LogCapture>();
+
+        AppOptions options;
+        options.backendUrl = m_backend->url();
+        options.webUrl = m_backend->url();
+        // Held halfway, so the download's progress can be seen and cancelled.
+        options.modelBaseUrl = m_modelHost->url(u"/hold"_s);
+        options.openUrl = [this](const QUrl& url) {
+            m_opened << url;
+            return true;
+        };
+        options.recognizer = m_recognizer.get();
+        m_instanceName = u"quillmoss-app-test-%1"_s.arg(QCoreApplication::applicationPid());
+        options.instanceName = m_instanceName;
+        m_app = std::make_unique<QuillmossApp>(options);
+        QVERIFY(m_app->listenForOtherLaunches());
+        QVERIFY(m_app->show());
+        QQuickWindow* window = m_app->mainWindow();
+        QVERIFY(window);
+        QVERIFY(QTest::qWaitForWindowExposed(window));
+        m_ui = std::make_unique<QuickDriver>(window);
+    }
+
+    void cleanupTestCase()
+    {
+        m_ui.reset();
+        m_app.reset();
+        m_log.reset();
+    }
+
+    void loginScreenShowsAndOpensTheWebLogin()
+    {
+        QTRY_COMPARE(m_app->contentView().screen(), u"login"_s);
+        QTRY_VERIFY(m_ui->isShown(u"loginScreen"_s));
+        QVERIFY(logged(u"🔐 [ContentView] Showing login screen (not authenticated, no error)"_s));
+        QVERIFY(logged(u"🔐 AuthenticationView appeared - login screen should be visible"_s));
+
+        QVERIFY(m_ui->click(u"continueWithGoogleButton"_s));
+        QTRY_COMPARE(m_opened.size(), 1);
+        QCOMPARE(m_opened.first(), m_app->authService().loginUrl());
+        QCOMPARE(m_opened.first().path(), u"/login"_s);
+        snapshot(u"login"_s);
+    }
+
+    // The browser hands the redirect to a second launch, which passes it on.
+    void aRedirectFromASecondLaunchSignsIn()
+    {
+        m_tokens = m_backend->signIn(LocalBackend::demoEmail());
+        QVERIFY(m_tokens);
+        QVERIFY(secondLaunch({m_tokens->redirect}));
+
+        QTRY_COMPARE_WITH_TIMEOUT(m_app->contentView().screen(), u"main"_s, 15'000);
+        QTRY_VERIFY(m_ui->isShown(u"mainView"_s));
+        QVERIFY(
+            logged(u"🔐 [ContentView] Showing main app for user: "_s + LocalBackend::demoEmail()));
+        QCOMPARE(m_ui->text(u"sidebarUser"_s), u"Demo Seller"_s);
+        // A garbled link changes nothing.
+        QVERIFY(secondLaunch({QUrl(u"quillmoss://oauth/callback"_s)}));
+        QTest::qWait(200);
+        QCOMPARE(m_app->contentView().screen(), u"main"_s);
+    }
+
+    void aCallShowsTranscriptAndSummaryAndEndsOnConfirmation()
+    {
+        openSection(u"callControl"_s);
+        CallController& call = m_app->callController();
+        // The private sound server grants what capture needs.
+        QTRY_VERIFY_WITH_TIMEOUT(call.hasRequiredPermissions(), 10'000);
+        QTRY_VERIFY(m_ui->isShown(u"idleState"_s));
+        QVERIFY(m_ui->click(u"startCallButton"_s));
+        QTRY_VERIFY(call.isLive());
+        QTRY_VERIFY(m_ui->isShown(u"liveState"_s));
+        QTRY_VERIFY_WITH_TIMEOUT(call.isSessionReady(), 15'000);
+        QVERIFY(!m_ui->isShown(u"serverOfflineBanner"_s));
+
+        // Text reaches the transcript panel, then the backend's summary arrives.
+        QTRY_VERIFY_WITH_TIMEOUT(m_ui->property(u"transcriptList"_s, "count").toInt() > 0, 20'000);
+        QVERIFY(!m_ui->isShown(u"transcriptEmpty"_s));
+        QTRY_VERIFY_WITH_TIMEOUT(m_app->summaryModel().hasSummary(), 60'000);
+        QTRY_VERIFY(m_ui->isShown(u"summaryOverview"_s));
+        QVERIFY(!m_ui->text(u"summaryOverview"_s).isEmpty());
+        QTRY_VERIFY(!m_ui->text(u"callTimer"_s).isEmpty());
+        if (qEnvironmentVariableIsSet("QUILLMOSS_SCREENSHOT_DIR")) {
+            // A picture worth showing: a few exchanges into the call.
+            QTRY_VERIFY_WITH_TIMEOUT(m_app->summaryModel().keyPoints().size() >= 3, 60'000);
+            snapshot(u"call"_s);
+        }
+
+        // Pause and resume.
+        QVERIFY(m_ui->click(u"pauseCallButton"_s));
+        QTRY_VERIFY(call.callModel().isAudioPaused);
+        QVERIFY(m_ui->click(u"resumeCallButton"_s));
+        QTRY_VERIFY(!call.callModel().isAudioPaused);
+
+        // Ending asks first; cancelling keeps the call.
+        QVERIFY(m_ui->click(u"endCallButton"_s));
+        QTRY_VERIFY(m_ui->property(u"endCallDialog"_s, "opened").toBool());
+        QCOMPARE(m_ui->text(u"endCallMessage"_s), CallController::endCallConfirmationText());
+        QVERIFY(m_ui->click(u"cancelEndCallButton"_s));
+        QTRY_VERIFY(!m_ui->property(u"endCallDialog"_s, "visible").toBool());
+        QVERIFY(call.isLive());
+
+        QVERIFY(m_ui->click(u"endCallButton"_s));
+        QTRY_VERIFY(m_ui->property(u"endCallDialog"_s, "opened").toBool());
+        QVERIFY(m_ui->click(u"confirmEndCallButton"_s));
+        QTRY_VERIFY(!call.isLive());
+        QTRY_VERIFY(m_ui->isShown(u"idleState"_s));
+        QVERIFY(call.transcriptionViewModel()->speakerSegments().isEmpty());
+    }
+
+    void theCallShowsInTheHistory()
+    {
+        openSection(u"callHistory"_s);
+        CallHistoryService& history = m_app->callHistory();
+        // Five demo calls, and the one just held.
+        QTRY_COMPARE_WITH_TIMEOUT(history.calls().size(), 6, 15'000);
+        const UserCallData newest = history.sortedCalls().first();
+        QTRY_VERIFY(m_ui->isShown(u"callRow_"_s + newest.id));
+        snapshot(u"history"_s);
+    }
+
+    void aModelDownloadShowsProgressAndCanBeCancelled()
+    {
+        openSection(u"settings"_s);
+        QTRY_VERIFY(m_ui->find(u"downloadButton_tiny.en"_s));
+        QVERIFY(m_ui->click(u"downloadButton_tiny.en"_s));
+        ModelDownloader& downloader = m_app->modelDownloader();
+        QTRY_VERIFY_WITH_TIMEOUT(downloader.downloadProgress() >= 0.5, 10'000);
+        QTRY_VERIFY(m_ui->isShown(u"cancelDownloadButton"_s));
+        snapshot(u"settings"_s);
+        QVERIFY(m_ui->click(u"cancelDownloadButton"_s));
+        QTRY_VERIFY(!downloader.isDownloading());
+        QVERIFY(!downloader.isDownloaded(u"tiny.en"_s));
+    }
+
+    void feedbackAnswersShowTheirTexts_data()
+    {
+        QTest::addColumn<QString>("text");
+        QTest::addColumn<bool>("backendDown");
+        QTest::addColumn<QString>("title");
+        QTest::addColumn<QString>("message");
+        QTest::newRow("blank") << u"   "_s << false << QString()
+                               << u"Please enter your feedback before submitting."_s;
+        QTest::newRow("too long")
+            << QString(5001, u'x') << false << QString()
+            << u"Feedback must be 5000 characters or less. Please shorten your message."_s;
+        QTest::newRow("sent") << u"The live summary is great."_s << false << u"Feedback Submitted"_s
+                              << u"Thank you for your feedback! We appreciate your input."_s;
+        QTest::newRow("backend down")
+            << u"Still great."_s << true << QString()
+            << u"Unable to connect to our servers. Please check your internet connection."_s;
+    }
+
+    void feedbackAnswersShowTheirTexts()
+    {
+        QFETCH(QString, text);
+        QFETCH(bool, backendDown);
+        QFETCH(QString, title);
+        QFETCH(QString, message);
+        FeedbackForm& form = m_app->feedbackForm();
+        form.dismissAlert();
+        QTRY_VERIFY(m_ui->find(u"feedbackText"_s));
+        if (backendDown)
+            m_backend->stop();
+        m_ui->find(u"feedbackText"_s)->setProperty("text", text);
+        QTRY_COMPARE(form.text(), text);
+        QVERIFY(m_ui->click(u"feedbackSubmit"_s));
+        QTRY_VERIFY_WITH_TIMEOUT(form.alertVisible(), 15'000);
+        QTRY_VERIFY(m_ui->isShown(u"feedbackAlert"_s));
+        if (!title.isEmpty())
+            QCOMPARE(form.alertTitle(), title);
+        QCOMPARE(form.alertMessage(), message);
+        form.dismissAlert();
+        if (backendDown)
+            QVERIFY(m_backend->restart());
+    }
+
+    // Nothing the screens can read holds a token: every property of every
+    // object in the window and of every service they bind to.
+    void noSecretReachesTheScreens()
+    {
+        QVERIFY(m_tokens);
+        const QStringList secrets{m_tokens->accessToken, m_tokens->refreshToken};
+        QList<QObject*> objects = m_app->mainWindow()->findChildren<QObject*>();
+        objects << m_app->mainWindow() << m_app.get();
+        const QQmlContext* context = m_app->engine().rootContext();
+        for (const char* name :
+             {"authService", "callController", "callHistory", "summaryModel", "feedbackForm",
+              "contentView", "modelDownloader", "audioDevices"}) {
+            if (auto* service =
+                    context->contextProperty(QString::fromLatin1(name)).value<QObject*>())
+                objects << service;
+        }
+        int checked = 0;
+        for (const QObject* object : objects) {
+            const QMetaObject* meta = object->metaObject();
+            for (int i = 0; i < meta->propertyCount(); ++i) {
+                const QVariant value = meta->property(i).read(object);
+                const QString text =
+                    value.canConvert<QString>()
+                        ? value.toString()
+                        : QString::fromUtf8(QJsonDocument::fromVariant(value).toJson());
+                for (const QString& secret : secrets)
+                    QVERIFY2(
+                        !text.contains(secret),
+                        qPrintable(u"%1.%2"_s.arg(QString::fromLatin1(meta->className()),
+                                                  QString::fromLatin1(meta->property(i).name()))));
+                ++checked;
+            }
+        }
+        QVERIFY(checked > 1000);
+    }
+
+    // Signing out goes back to the login screen and forgets the history shown.
+    void signingOutReturnsToTheLogin()
+    {
+        QVERIFY(m_ui->click(u"signOutButton"_s));
+        QTRY_COMPARE_WITH_TIMEOUT(m_app->contentView().screen(), u"login"_s, 10'000);
+        QVERIFY(m_app->callHistory().calls().isEmpty());
+    }
+};
+
+int main(int argc, char* argv[])
+{
+    QGuiApplication application(argc, argv);
+    QQuickStyle::setStyle(u"Basic"_s);
+    AppWindowTest test;
+    return QTest::qExec(&test, argc, argv);
+}
+
+#include "AppWindowTest.moc"
