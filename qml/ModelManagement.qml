@@ -95,7 +95,9 @@ ColumnLayout {
                     ColumnLayout {
                         Layout.fillWidth: true
                         spacing: 2
+                        // Filling, so the column (and not the buttons) takes the spare width.
                         Label {
+                            Layout.fillWidth: true
                             text: row.modelName
                             font.pixelSize: Theme.fontBody
                             font.weight: Font.DemiBold
@@ -103,6 +105,7 @@ ColumnLayout {
                         }
                         Label {
                             objectName: "modelSize"
+                            Layout.fillWidth: true
                             text: row.sizeText
                             font.pixelSize: Theme.fontSmall
                             color: Theme.textMuted

@@ -61,14 +61,16 @@ bool SingleInstance::listen()
 {
     if (m_server->isListening())
         return true;
+    // Asked first: with access options, listening binds elsewhere and renames
+    // the socket into place, which would silently take it from a running app.
+    QLocalSocket probe;
+    probe.connectToServer(m_name);
+    if (probe.waitForConnected(500))
+        return false;
     if (m_server->listen(m_name))
         return true;
     if (m_server->serverError() == QAbstractSocket::AddressInUseError) {
-        // Either another instance answers, or a crashed one left its socket.
-        QLocalSocket probe;
-        probe.connectToServer(m_name);
-        if (probe.waitForConnected(500))
-            return false;
+        // A crashed instance left its socket behind.
         QLocalServer::removeServer(m_name);
         if (m_server->listen(m_name))
             return true;
