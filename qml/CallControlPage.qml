@@ -14,6 +14,8 @@ Rectangle {
     property var summary
     property var recognitionStatus
     property var clipboard
+    // Optional: receives the screen's named analytics events.
+    property var analytics: null
 
     ColumnLayout {
         anchors.fill: parent
@@ -103,6 +105,10 @@ Rectangle {
             SummaryPanel {
                 SplitView.minimumWidth: 280
                 summary: root.summary
+                onTabSelected: tab => {
+                    if (root.analytics)
+                        root.analytics.capture("Insight Tab Selected", { "tab": tab })
+                }
             }
         }
     }

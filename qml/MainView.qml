@@ -30,6 +30,14 @@ Rectangle {
             Layout.fillHeight: true
             currentIndex: ["callControl", "callHistory", "integrations", "settings"]
                           .indexOf(contentView.selectedItem)
+            onCurrentIndexChanged: {
+                if (currentIndex === 0)
+                    postHogService.capture("Call Control View")
+            }
+            Component.onCompleted: {
+                if (currentIndex === 0)
+                    postHogService.capture("Call Control View")
+            }
 
             Loader {
                 objectName: "callControlSection"
@@ -40,6 +48,7 @@ Rectangle {
                     summary: summaryModel
                     recognitionStatus: app.recognitionStatus
                     clipboard: clipboard
+                    analytics: postHogService
                 }
             }
             Loader {

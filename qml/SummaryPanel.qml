@@ -9,6 +9,8 @@ Rectangle {
 
     // The SummaryModel (or a stand-in).
     property var summary
+    // The tab the user opened ("Summary", "Actions", "Topics", "Insights").
+    signal tabSelected(string tab)
     readonly property bool hasSummary: summary ? summary.hasSummary : false
 
     radius: Theme.radius * 1.5
@@ -65,6 +67,7 @@ Rectangle {
             objectName: "summaryTabs"
             background: Item {}
             Layout.fillWidth: true
+            onCurrentIndexChanged: root.tabSelected(["Summary", "Actions", "Topics", "Insights"][currentIndex])
             Repeater {
                 model: ["Summary", "Actions", "Topics", "Insights"]
                 QmTabButton {

@@ -18,6 +18,9 @@ struct AppOptions
     QUrl modelBaseUrl;
     // Release feed of "Check for Updates"; empty switches update checks off.
     QUrl updateFeedUrl;
+    // Analytics: off unless both are set.
+    QString analyticsKey;
+    QUrl analyticsHost;
     // Opens a URL in the user's browser; the desktop's handler when empty.
     std::function<bool(const QUrl&)> openUrl;
     // Where a call's audio comes from; the sound server when empty.
@@ -31,6 +34,7 @@ struct AppOptions
     QString instanceName;
 
     // The build defaults, overridden by QUILLMOSS_BACKEND_URL, QUILLMOSS_WEB_URL,
-    // QUILLMOSS_MODEL_BASE_URL and QUILLMOSS_UPDATE_FEED_URL.
+    // QUILLMOSS_MODEL_BASE_URL and QUILLMOSS_UPDATE_FEED_URL; analytics only from
+    // QUILLMOSS_ANALYTICS_KEY and QUILLMOSS_ANALYTICS_HOST.
     static AppOptions fromEnvironment();
 };

@@ -9,6 +9,7 @@
 #include "app/Clipboard.h"
 #include "app/ContentView.h"
 #include "app/KeychainManager.h"
+#include "app/PostHogService.h"
 #include "app/SettingsStore.h"
 #include "app/SingleInstance.h"
 #include "app/ThemeManager.h"
@@ -49,6 +50,8 @@ AppOptions AppOptions::fromEnvironment()
     options.modelBaseUrl =
         configuredUrl("QUILLMOSS_MODEL_BASE_URL", QUILLMOSS_DEFAULT_MODEL_BASE_URL);
     options.updateFeedUrl = configuredUrl("QUILLMOSS_UPDATE_FEED_URL", QUILLMOSS_UPDATE_FEED_URL);
+    options.analyticsKey = qEnvironmentVariable("QUILLMOSS_ANALYTICS_KEY");
+    options.analyticsHost = QUrl(qEnvironmentVariable("QUILLMOSS_ANALYTICS_HOST"));
     options.instanceName = SingleInstance::defaultName();
     return options;
 }
@@ -71,6 +74,8 @@ QuillmossApp::QuillmossApp(AppOptions options, QObject* parent)
     m_themeManager = std::make_unique<ThemeManager>(*m_settings);
     m_modelDownloader = std::make_unique<ModelDownloader>(m_options.modelBaseUrl);
     m_updateManager = std::make_unique<UpdateManager>(m_options.updateFeedUrl, version());
+    m_postHogService = std::make_unique<PostHogService>(*m_settings, m_options.analyticsKey,
+                                                        m_options.analyticsHost);
 
     wireServices();
 
@@ -81,6 +86,7 @@ QuillmossApp::QuillmossApp(AppOptions options, QObject* parent)
     context->setContextProperty(u"themeManager"_s, m_themeManager.get());
     context->setContextProperty(u"modelDownloader"_s, m_modelDownloader.get());
     context->setContextProperty(u"updateManager"_s, m_updateManager.get());
+    context->setContextProperty(u"postHogService"_s, m_postHogService.get());
     context->setContextProperty(u"callController"_s, m_callController.get());
     context->setContextProperty(u"transcriptionViewModel"_s,
                                 m_callController->transcriptionViewModel());
@@ -134,8 +140,8 @@ void QuillmossApp::wireServices()
     m_audioDevices = std::make_unique<AudioDeviceManager>(*m_settings);
     m_audioDevices->discoverInputDevices();
 
-    m_callHistory =
-        std::make_unique<CallHistoryService>(*m_settings, m_keychain, m_options.backendUrl);
+    m_callHistory = std::make_unique<CallHistoryService>(*m_settings, m_keychain,
+                                                         m_options.backendUrl, *m_postHogService);
     m_callHistoryModel = std::make_unique<CallHistoryListModel>(*m_callHistory);
     m_feedbackService = std::make_unique<FeedbackService>(
         [auth = m_authService.get()] { return auth->getValidAccessToken(); }, m_options.backendUrl);

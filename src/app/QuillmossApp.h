@@ -24,6 +24,7 @@ class FeedbackService;
 class KeychainManager;
 class ModelCatalogueModel;
 class ModelDownloader;
+class PostHogService;
 class QQmlApplicationEngine;
 class QQuickWindow;
 class SettingsStore;
@@ -90,6 +91,7 @@ private:
     std::unique_ptr<ThemeManager> m_themeManager;
     std::unique_ptr<ModelDownloader> m_modelDownloader;
     std::unique_ptr<UpdateManager> m_updateManager;
+    std::unique_ptr<PostHogService> m_postHogService;
     std::unique_ptr<CaptureBackend> m_capture;
     std::unique_ptr<SummaryModel> m_summaryModel;
     std::unique_ptr<CallController> m_callController;

@@ -5,6 +5,7 @@
 // feedback form's answers — against the real local backend, a private sound
 // server and a throw-away keyring. Recognition is the one stand-in: the test
 // models carry no weights, so a scripted recognizer speaks for them.
+#include "HttpStub.h"
 #include "KeyringSession.h"
 #include "LocalBackend.h"
 #include "LogCapture.h"
@@ -27,6 +28,7 @@
 #include <QDir>
 #include <QFile>
 #include <QJsonDocument>
+#include <QJsonObject>
 #include <QQmlApplicationEngine>
 #include <QQmlContext>
 #include <QQuickStyle>
@@ -87,6 +89,7 @@ private:
     std::unique_ptr<PulseAudioServer> m_pulse;
     std::unique_ptr<LocalBackend> m_backend;
     std::unique_ptr<ModelHostServer> m_modelHost;
+    std::unique_ptr<HttpStub> m_analytics;
     std::unique_ptr<ScriptedRecognizer> m_recognizer;
     std::unique_ptr<LogCapture> m_log;
     std::unique_ptr<QuillmossApp> m_app;
@@ -120,6 +123,14 @@ private:
         QVERIFY(m_app->mainWindow()->grabWindow().save(directory + u'/' + name + u".png"_s));
     }
 
+    QStringList analyticsEvents() const
+    {
+        QStringList events;
+        for (const HttpStub::Request& request : m_analytics->requests())
+            events << QJsonDocument::fromJson(request.body).object()[u"event"_s].toString();
+        return events;
+    }
+
     void openSection(const QString& key)
     {
         QVERIFY(m_ui->click(u"sidebarItem_"_s + key));
@@ -140,6 +151,8 @@ private Q_SLOTS:
         QVERIFY(m_modelHost->isListening());
         m_modelHost->serveData(u"ggml-tiny.en.bin"_s, QByteArray(256 * 1024, 'm'));
         m_recognizer = std::make_unique<ScriptedRecognizer>(discoveryCallLines());
+        m_analytics = std::make_unique<HttpStub>();
+        m_analytics->setAnswer("/capture/", {});
         m_log = std::make_unique<LogCapture>();
 
         AppOptions options;
@@ -152,6 +165,8 @@ private Q_SLOTS:
             return true;
         };
         options.recognizer = m_recognizer.get();
+        options.analyticsKey = u"phc_test"_s;
+        options.analyticsHost = m_analytics->url();
         m_instanceName = u"quillmoss-app-test-%1"_s.arg(QCoreApplication::applicationPid());
         options.instanceName = m_instanceName;
         m_app = std::make_unique<QuillmossApp>(options);
@@ -227,6 +242,16 @@ private Q_SLOTS:
             QTRY_VERIFY_WITH_TIMEOUT(m_app->summaryModel().keyPoints().size() >= 3, 60'000);
             snapshot(u"call"_s);
         }
+
+        // Opening a summary tab is an analytics event; what was said never is.
+        QVERIFY(m_ui->click(u"summaryTab_Topics"_s));
+        QTRY_VERIFY(m_ui->isShown(u"topicsTabContent"_s));
+        QVERIFY(m_ui->click(u"summaryTab_Summary"_s));
+        QTRY_VERIFY(analyticsEvents().contains(u"Insight Tab Selected"_s));
+        QVERIFY(analyticsEvents().contains(u"Call Control View"_s));
+        const QString firstLine = discoveryCallLines().first();
+        for (const HttpStub::Request& request : m_analytics->requests())
+            QVERIFY(!QString::fromUtf8(request.body).contains(firstLine.left(30)));
 
         // Pause and resume.
         QVERIFY(m_ui->click(u"pauseCallButton"_s));

@@ -110,6 +110,28 @@ Item {
             verify(shown("serverOfflineBanner"))
         }
 
+        function test_recognitionStatusLine_data() {
+            return [
+                { tag: "loading", initializing: true, status: null, expected: "Speech recognition: loading model…" },
+                { tag: "no model", initializing: false, status: null, expected: "Speech recognition: no model loaded — calls are not transcribed" },
+                { tag: "loaded, idle", initializing: false,
+                  status: { model: "ggml-small.en.bin", computeBackend: "CPU", jobsCompleted: 0, lastJobRealTimeFactor: 0, secondsSkipped: 0 },
+                  expected: "Speech recognition: ggml-small.en.bin on CPU" },
+                { tag: "keeping up", initializing: false,
+                  status: { model: "ggml-small.en.bin", computeBackend: "CPU", jobsCompleted: 4, lastJobRealTimeFactor: 0.347, secondsSkipped: 0 },
+                  expected: "Speech recognition: ggml-small.en.bin on CPU · real-time factor 0.35" },
+                { tag: "falling behind", initializing: false,
+                  status: { model: "ggml-large-v3.bin", computeBackend: "CPU", jobsCompleted: 9, lastJobRealTimeFactor: 1.8, secondsSkipped: 12.25 },
+                  expected: "Speech recognition: ggml-large-v3.bin on CPU · real-time factor 1.80 · 12.3 s skipped to keep up" },
+            ]
+        }
+        function test_recognitionStatusLine(data) {
+            controller.isInitializingModels = data.initializing
+            page.recognitionStatus = data.status
+            compare(find("recognitionStatus").text, data.expected)
+            page.recognitionStatus = null
+        }
+
         function test_levelMeterScale_data() {
             return [
                 { tag: "silence", level: 0, fraction: 0 },
