@@ -114,7 +114,7 @@ Rectangle {
             }
             Item { Layout.fillWidth: true }
             Label {
-                objectName: "copiedLabel"
+                objectName: "actionsCopiedLabel"
                 text: "Copied!"
                 color: Theme.success
                 font.pixelSize: Theme.fontSmall

@@ -25,6 +25,7 @@
 #include "capture/TranscriptionViewModel.h"
 #include "session/SummaryModel.h"
 
+#include <QClipboard>
 #include <QDir>
 #include <QFile>
 #include <QJsonDocument>
@@ -284,6 +285,16 @@ private Q_SLOTS:
         const UserCallData newest = history.sortedCalls().first();
         QTRY_VERIFY(m_ui->isShown(u"callRow_"_s + newest.id));
         snapshot(u"history"_s);
+
+        // Its details, with the transcript the call sent and its action items to copy.
+        QVERIFY(m_ui->click(u"callRow_"_s + newest.id));
+        QTRY_VERIFY(m_ui->isShown(u"callDetail"_s));
+        QVERIFY(m_ui->click(u"detailTab_Transcript"_s));
+        QTRY_VERIFY(m_ui->isShown(u"transcriptPage"_s));
+        QVERIFY(m_ui->click(u"copyActionsButton"_s));
+        QTRY_VERIFY(QGuiApplication::clipboard()->text().startsWith(u"# Action Items from Call"_s));
+        QVERIFY(m_ui->click(u"backButton"_s));
+        QTRY_VERIFY(!m_ui->isShown(u"callDetail"_s));
     }
 
     void aModelDownloadShowsProgressAndCanBeCancelled()

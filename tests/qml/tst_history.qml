@@ -153,7 +153,7 @@ Item {
                 compare(findChild(detail, name).count, 1, name)
             compare(findChild(detail, "insightsSentiment").text, "positive (+0.55)")
 
-            const copiedLabel = findChild(detail, "copiedLabel")
+            const copiedLabel = findChild(detail, "actionsCopiedLabel")
             verify(!copiedLabel.visible)
             findChild(detail, "copyActionsButton").clicked()
             compare(clipboard.copied, "# Action Items from Call\n\n- [ ] item of c1\n")
