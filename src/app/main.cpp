@@ -4,12 +4,14 @@
 #include "app/AppPaths.h"
 #include "app/QuillmossApp.h"
 #include "app/SingleInstance.h"
+#include "protocol/InterruptWatcher.h"
 #include "protocol/Logging.h"
 
 #include <QGuiApplication>
 #include <QIcon>
 #include <QJsonDocument>
 #include <QQuickStyle>
+#include <QQuickWindow>
 #include <QUrl>
 
 #include <cstdio>
@@ -49,6 +51,15 @@ int main(int argc, char* argv[])
 
     QQuickStyle::setStyle(u"Basic"_s);
     QuillmossApp app(options);
+    // SIGTERM (the session ending) and Ctrl-C close the window as the user
+    // would: its place is remembered and a live call ends cleanly.
+    InterruptWatcher interrupts;
+    QObject::connect(&interrupts, &InterruptWatcher::interrupted, &app, [&app] {
+        if (QQuickWindow* window = app.mainWindow())
+            window->close();
+        else
+            QGuiApplication::quit();
+    });
     app.listenForOtherLaunches();
     if (!app.show())
         return 1;

@@ -9,7 +9,7 @@
 #include "capture/TranscriptionViewModel.h"
 #include "cli/AccountCommands.h"
 #include "cli/Cli.h"
-#include "cli/InterruptWatcher.h"
+#include "protocol/InterruptWatcher.h"
 #include "session/SessionFactory.h"
 #include "session/SocketController.h"
 #include "session/SummaryModel.h"

@@ -2,7 +2,7 @@
 // calls record from.
 #include "capture/AudioDeviceManager.h"
 #include "cli/Cli.h"
-#include "cli/InterruptWatcher.h"
+#include "protocol/InterruptWatcher.h"
 
 #include <QEventLoop>
 #include <QJsonArray>

@@ -89,6 +89,12 @@ import -window root "$out_dir/main.png"
 painted "$out_dir/main.png" || fail "the main window was not painted"
 cmp -s "$out_dir/login.png" "$out_dir/main.png" && fail "the window did not change after sign-in"
 
+# The session ending (SIGTERM) closes the window as the user would: a clean
+# exit that remembers where the window was.
 kill "$app"
-wait "$app" 2>/dev/null || true
+status=0
+wait "$app" || status=$?
+[ $status -eq 0 ] || fail "the app did not end cleanly on SIGTERM (status $status)"
+grep -q '"mainWindowGeometry"' "$XDG_CONFIG_HOME/quillmoss/settings.json" ||
+    fail "the window's place was not remembered"
 echo "app smoke: login and main window painted; screenshots in $out_dir"

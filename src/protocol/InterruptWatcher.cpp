@@ -1,4 +1,4 @@
-#include "cli/InterruptWatcher.h"
+#include "protocol/InterruptWatcher.h"
 
 #include <csignal>
 #include <fcntl.h>
