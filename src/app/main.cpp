@@ -3,6 +3,7 @@
 #include "app/AppBenchmark.h"
 #include "app/AppPaths.h"
 #include "app/QuillmossApp.h"
+#include "app/SceneGraphBackend.h"
 #include "app/SingleInstance.h"
 #include "protocol/InterruptWatcher.h"
 #include "protocol/Logging.h"
@@ -50,6 +51,7 @@ int main(int argc, char* argv[])
     }
 
     QQuickStyle::setStyle(u"Basic"_s);
+    SceneGraphBackend::chooseForThisMachine();
     QuillmossApp app(options);
     // SIGTERM (the session ending) and Ctrl-C close the window as the user
     // would: its place is remembered and a live call ends cleanly.

@@ -8,14 +8,17 @@
 #include "account/AuthenticationService.h"
 #include "app/ContentView.h"
 #include "app/KeychainManager.h"
+#include "app/SceneGraphBackend.h"
 #include "app/SettingsStore.h"
 #include "app/SingleInstance.h"
 #include "app/WindowState.h"
 
+#include <QDir>
 #include <QJsonObject>
 #include <QLocalServer>
 #include <QLocalSocket>
 #include <QSignalSpy>
+#include <QTemporaryDir>
 #include <QTest>
 
 #include <future>
@@ -195,6 +198,40 @@ private Q_SLOTS:
         const WindowState reopened(settings);
         QCOMPARE(reopened.geometry(), QRect(12, 34, 1111, 777));
         QVERIFY(!reopened.maximized());
+    }
+
+    // A GPU shows as a render node; without one the software renderer is chosen,
+    // unless the user named a backend.
+    void renderNodesDecideTheRenderer_data()
+    {
+        QTest::addColumn<QStringList>("entries");
+        QTest::addColumn<bool>("hasNode");
+        QTest::newRow("no directory") << QStringList{u"-"_s} << false;
+        QTest::newRow("empty") << QStringList{} << false;
+        QTest::newRow("display only") << QStringList{u"card0"_s} << false;
+        QTest::newRow("render node") << QStringList{u"card0"_s, u"renderD128"_s} << true;
+    }
+
+    void renderNodesDecideTheRenderer()
+    {
+        QFETCH(QStringList, entries);
+        QFETCH(bool, hasNode);
+        QTemporaryDir root;
+        QString directory = root.path() + u"/dri"_s;
+        if (entries == QStringList{u"-"_s}) {
+            directory += u"-missing"_s;
+        } else {
+            QVERIFY(QDir().mkpath(directory));
+            for (const QString& entry : entries) {
+                QFile node(directory + u'/' + entry);
+                QVERIFY(node.open(QIODevice::WriteOnly));
+            }
+        }
+        QCOMPARE(SceneGraphBackend::hasRenderNode(directory), hasNode);
+        // A backend the user named is never overridden.
+        qputenv("QT_QUICK_BACKEND", "opengl");
+        QVERIFY(!SceneGraphBackend::chooseForThisMachine(directory));
+        qunsetenv("QT_QUICK_BACKEND");
     }
 
     // A later launch hands its links over; each arrives once, in order.

@@ -66,6 +66,10 @@ pids+=($app)
 wait_for 30 grep -q 'AuthenticationView appeared' "$work/app.log" || fail "no login screen"
 wait_for 10 xdotool search --sync --onlyvisible --name '^Quillmoss$' >/dev/null ||
     fail "no window titled Quillmoss"
+if ! compgen -G '/dev/dri/renderD*' >/dev/null; then
+    grep -q 'No GPU found: drawing with the software renderer' "$work/app.log" ||
+        fail "without a GPU the app did not choose the software renderer"
+fi
 sleep 1
 import -window root "$out_dir/login.png"
 painted "$out_dir/login.png" || fail "the login screen was not painted"
