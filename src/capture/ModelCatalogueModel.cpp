@@ -93,27 +93,11 @@ QHash<int, QByteArray> ModelCatalogueModel::roleNames() const
 
 std::optional<qint64> ModelCatalogueModel::approximateDownloadSize(const QString& name)
 {
-    // What the model host serves, in MiB; the quantized files are the smaller ones.
-    static const QHash<QString, qint64> mebibytes = {
-        {u"tiny.en"_s, 75},
-        {u"tiny.en-q8"_s, 42},
-        {u"base.en"_s, 142},
-        {u"base.en-q8"_s, 78},
-        {u"small.en"_s, 466},
-        {u"small.en-q8"_s, 252},
-        {u"medium.en"_s, 1533},
-        {u"medium.en-q8"_s, 785},
-        {u"large-v3"_s, 2952},
-        {u"large-v3-q5"_s, 1031},
-        {u"large-v3-turbo"_s, 1549},
-        {u"large-v3-turbo-q5"_s, 547},
-        {u"large-v3-turbo-q8"_s, 834},
-    };
-    const auto found = mebibytes.constFind(name);
-    if (found == mebibytes.constEnd()) {
-        return std::nullopt;
+    for (const ModelDownloader::CatalogueEntry& entry : ModelDownloader::catalogue()) {
+        if (entry.name == name)
+            return entry.approximateMiB * mib;
     }
-    return *found * mib;
+    return std::nullopt;
 }
 
 QString ModelCatalogueModel::sizeText(qint64 bytes)

@@ -82,20 +82,21 @@ ModelDownloader::~ModelDownloader()
 
 const QList<ModelDownloader::CatalogueEntry>& ModelDownloader::catalogue()
 {
+    // Sizes in MiB; the quantized files are the smaller ones.
     static const QList<CatalogueEntry> entries = {
-        {u"tiny.en"_s, u"ggml-tiny.en.bin"_s},
-        {u"tiny.en-q8"_s, u"ggml-tiny.en-q8_0.bin"_s},
-        {u"small.en"_s, u"ggml-small.en.bin"_s},
-        {u"small.en-q8"_s, u"ggml-small.en-q8_0.bin"_s},
-        {u"base.en"_s, u"ggml-base.en.bin"_s},
-        {u"base.en-q8"_s, u"ggml-base.en-q8_0.bin"_s},
-        {u"medium.en"_s, u"ggml-medium.en.bin"_s},
-        {u"medium.en-q8"_s, u"ggml-medium.en-q8_0.bin"_s},
-        {u"large-v3"_s, u"ggml-large-v3.bin"_s},
-        {u"large-v3-q5"_s, u"ggml-large-v3-q5_0.bin"_s},
-        {u"large-v3-turbo"_s, u"ggml-large-v3-turbo.bin"_s},
-        {u"large-v3-turbo-q5"_s, u"ggml-large-v3-turbo-q5_0.bin"_s},
-        {u"large-v3-turbo-q8"_s, u"ggml-large-v3-turbo-q8_0.bin"_s},
+        {u"tiny.en"_s, u"ggml-tiny.en.bin"_s, 75},
+        {u"tiny.en-q8"_s, u"ggml-tiny.en-q8_0.bin"_s, 42},
+        {u"small.en"_s, u"ggml-small.en.bin"_s, 466},
+        {u"small.en-q8"_s, u"ggml-small.en-q8_0.bin"_s, 252},
+        {u"base.en"_s, u"ggml-base.en.bin"_s, 142},
+        {u"base.en-q8"_s, u"ggml-base.en-q8_0.bin"_s, 78},
+        {u"medium.en"_s, u"ggml-medium.en.bin"_s, 1533},
+        {u"medium.en-q8"_s, u"ggml-medium.en-q8_0.bin"_s, 785},
+        {u"large-v3"_s, u"ggml-large-v3.bin"_s, 2952},
+        {u"large-v3-q5"_s, u"ggml-large-v3-q5_0.bin"_s, 1031},
+        {u"large-v3-turbo"_s, u"ggml-large-v3-turbo.bin"_s, 1549},
+        {u"large-v3-turbo-q5"_s, u"ggml-large-v3-turbo-q5_0.bin"_s, 547},
+        {u"large-v3-turbo-q8"_s, u"ggml-large-v3-turbo-q8_0.bin"_s, 834},
     };
     return entries;
 }

@@ -45,8 +45,9 @@ class ModelDownloader : public QObject
 public:
     struct CatalogueEntry
     {
-        QString name;     // what the user picks, and the local file's name
-        QString fileName; // the file on the model host
+        QString name;              // what the user picks, and the local file's name
+        QString fileName;          // the file on the model host
+        qint64 approximateMiB = 0; // what the model host serves, for the screens
     };
 
     // `modelBaseUrl` is the folder of the model host the catalogue's files are in.

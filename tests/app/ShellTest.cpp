@@ -5,6 +5,7 @@
 #include "LocalBackend.h"
 #include "LogCapture.h"
 #include "TestPaths.h"
+#include "WhileServing.h"
 #include "account/AuthenticationService.h"
 #include "app/ContentView.h"
 #include "app/KeychainManager.h"
@@ -21,7 +22,6 @@
 #include <QTemporaryDir>
 #include <QTest>
 
-#include <future>
 #include <memory>
 
 using namespace Qt::StringLiterals;
@@ -30,15 +30,11 @@ namespace {
 
 const QString accessKey = QString::fromLatin1(AuthenticationService::accessTokenKeychainKey);
 
-// Runs `forward` on a thread of its own (a second launch is a process of its
-// own) while this thread's event loop serves the listening instance.
+// A later launch hands its links over (it is a process of its own; the
+// listening instance lives in this thread).
 bool forwardFromAnotherLaunch(const QString& name, const QList<QUrl>& urls)
 {
-    auto result = std::async(std::launch::async,
-                             [name, urls] { return SingleInstance::forward(name, urls, 2000); });
-    while (result.wait_for(std::chrono::milliseconds(10)) != std::future_status::ready)
-        QCoreApplication::processEvents();
-    return result.get();
+    return whileServing([name, urls] { return SingleInstance::forward(name, urls, 2000); });
 }
 
 } // namespace

@@ -13,6 +13,7 @@
 #include "PulseAudioServer.h"
 #include "QuickDriver.h"
 #include "TestPaths.h"
+#include "WhileServing.h"
 #include "account/AuthenticationService.h"
 #include "account/CallHistoryService.h"
 #include "account/FeedbackForm.h"
@@ -36,7 +37,6 @@
 #include <QQuickWindow>
 #include <QTest>
 
-#include <future>
 #include <memory>
 #include <optional>
 
@@ -101,16 +101,11 @@ private:
 
     bool logged(const QString& line) const { return m_log->lines().contains(line); }
 
-    // A second launch, as the browser starts it: on a thread of its own, as it
-    // would be a process of its own, while this one's event loop keeps running.
+    // A second launch, as the browser starts it.
     bool secondLaunch(const QList<QUrl>& urls)
     {
-        auto handedOver = std::async(std::launch::async, [name = m_instanceName, urls] {
-            return SingleInstance::forward(name, urls);
-        });
-        while (handedOver.wait_for(std::chrono::milliseconds(10)) != std::future_status::ready)
-            QCoreApplication::processEvents();
-        return handedOver.get();
+        return whileServing(
+            [name = m_instanceName, urls] { return SingleInstance::forward(name, urls); });
     }
 
     // With QUILLMOSS_SCREENSHOT_DIR set, the window as it is now goes there as NAME.png.
