@@ -2,8 +2,8 @@
 
 #include "account/BackendRequest.h"
 #include "account/LoginRedirect.h"
-#include "app/KeychainManager.h"
-#include "protocol/Logging.h"
+#include "store/KeychainManager.h"
+#include "core/Logging.h"
 
 #include <QFutureWatcher>
 #include <QJsonDocument>

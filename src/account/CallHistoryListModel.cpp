@@ -2,7 +2,7 @@
 
 #include "account/CallHistoryService.h"
 #include "account/CallPresentation.h"
-#include "protocol/Logging.h"
+#include "core/Logging.h"
 
 #include <QDir>
 #include <QFileInfo>

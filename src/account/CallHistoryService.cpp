@@ -2,9 +2,9 @@
 
 #include "account/AuthenticationService.h"
 #include "account/BackendRequest.h"
-#include "app/KeychainManager.h"
-#include "app/SettingsStore.h"
-#include "protocol/Logging.h"
+#include "store/KeychainManager.h"
+#include "store/SettingsStore.h"
+#include "core/Logging.h"
 
 #include <QFutureWatcher>
 #include <QJsonDocument>

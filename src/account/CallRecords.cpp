@@ -1,6 +1,6 @@
 #include "account/CallRecords.h"
 
-#include "protocol/JsonValues.h"
+#include "core/JsonValues.h"
 
 #include <QJsonDocument>
 #include <QRegularExpression>

@@ -1,7 +1,7 @@
 #include "account/FeedbackService.h"
 
 #include "account/BackendRequest.h"
-#include "protocol/Logging.h"
+#include "core/Logging.h"
 
 #include <QFutureWatcher>
 #include <QJsonDocument>

@@ -2,7 +2,7 @@
 
 #include "app/ContentView.h"
 #include "app/QuillmossApp.h"
-#include "capture/CallController.h"
+#include "call/CallController.h"
 
 #include <QFile>
 #include <QQuickWindow>

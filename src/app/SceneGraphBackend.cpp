@@ -1,6 +1,6 @@
 #include "app/SceneGraphBackend.h"
 
-#include "protocol/Logging.h"
+#include "core/Logging.h"
 
 #include <QDir>
 #include <QQuickWindow>

@@ -1,6 +1,6 @@
 #include "app/SingleInstance.h"
 
-#include "protocol/Logging.h"
+#include "core/Logging.h"
 
 #include <QCryptographicHash>
 #include <QLocalServer>

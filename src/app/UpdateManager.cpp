@@ -1,6 +1,6 @@
 #include "app/UpdateManager.h"
 
-#include "protocol/Logging.h"
+#include "core/Logging.h"
 
 #include <QJsonDocument>
 #include <QJsonObject>

@@ -1,6 +1,6 @@
 #include "app/WindowState.h"
 
-#include "app/SettingsStore.h"
+#include "store/SettingsStore.h"
 
 #include <QJsonObject>
 

@@ -2,7 +2,7 @@
 #include "cli/AccountCommands.h"
 
 #include "account/CallHistoryService.h"
-#include "app/KeychainManager.h"
+#include "store/KeychainManager.h"
 #include "cli/Cli.h"
 
 #include <QFile>

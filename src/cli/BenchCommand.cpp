@@ -1,13 +1,13 @@
 // quillmoss bench: performance figures of the call pipeline, measured with
 // Google Benchmark in this process.
-#include "capture/AudioConverter.h"
-#include "capture/AudioLevelMeter.h"
-#include "capture/CaptureBuffers.h"
-#include "capture/ChunkMixer.h"
+#include "audio/AudioConverter.h"
+#include "audio/AudioLevelMeter.h"
+#include "audio/CaptureBuffers.h"
+#include "audio/ChunkMixer.h"
 #include "cli/Cli.h"
 #include "cli/RecognitionBench.h"
 #include "cli/SessionBench.h"
-#include "protocol/Logging.h"
+#include "core/Logging.h"
 
 #include <QByteArray>
 

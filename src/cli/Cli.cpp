@@ -1,8 +1,8 @@
 #include "cli/Cli.h"
 
-#include "app/AppPaths.h"
-#include "app/SettingsStore.h"
-#include "protocol/Logging.h"
+#include "store/AppPaths.h"
+#include "store/SettingsStore.h"
+#include "core/Logging.h"
 
 #include <QCommandLineParser>
 #include <QCoreApplication>

@@ -1,8 +1,8 @@
 // quillmoss devices: the audio input devices of the sound server, and the one
 // calls record from.
-#include "capture/AudioDeviceManager.h"
+#include "audio/AudioDeviceManager.h"
 #include "cli/Cli.h"
-#include "protocol/InterruptWatcher.h"
+#include "core/InterruptWatcher.h"
 
 #include <QEventLoop>
 #include <QJsonArray>

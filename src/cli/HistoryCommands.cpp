@@ -3,7 +3,7 @@
 #include "account/CallHistoryService.h"
 #include "account/CallPresentation.h"
 #include "account/FeedbackService.h"
-#include "app/KeychainManager.h"
+#include "store/KeychainManager.h"
 #include "cli/AccountCommands.h"
 #include "cli/Cli.h"
 

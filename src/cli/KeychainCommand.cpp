@@ -1,5 +1,5 @@
 // quillmoss keychain: the secure credential store from the command line.
-#include "app/KeychainManager.h"
+#include "store/KeychainManager.h"
 #include "cli/Cli.h"
 
 #include <QFile>

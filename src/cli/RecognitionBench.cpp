@@ -1,9 +1,9 @@
 #include "cli/RecognitionBench.h"
 
-#include "capture/AudioConverter.h"
-#include "capture/AudioFileReader.h"
-#include "capture/RecognitionQueue.h"
-#include "capture/WhisperContext.h"
+#include "audio/AudioConverter.h"
+#include "audio/AudioFileReader.h"
+#include "recognition/RecognitionQueue.h"
+#include "recognition/WhisperContext.h"
 #include "cli/Cli.h"
 
 #include <QCommandLineParser>

@@ -1,6 +1,6 @@
 #include "cli/SessionBench.h"
 
-#include "capture/TranscriptionViewModel.h"
+#include "call/TranscriptionViewModel.h"
 #include "cli/AccountCommands.h"
 #include "cli/Cli.h"
 #include "session/SessionFactory.h"

@@ -1,5 +1,5 @@
 // quillmoss settings: the settings document from the command line.
-#include "app/SettingsStore.h"
+#include "store/SettingsStore.h"
 #include "cli/Cli.h"
 
 #include <QJsonArray>

@@ -1,13 +1,13 @@
 // quillmoss transcribe: a recording through the same converter, chunk rules,
 // recognizer and cleaner as a live call, on the recording's own time.
-#include "capture/AudioConverter.h"
-#include "capture/AudioFileReader.h"
-#include "capture/CaptureBuffers.h"
-#include "capture/ChunkMixer.h"
-#include "capture/ModelDownloader.h"
-#include "capture/RecognitionQueue.h"
-#include "capture/TranscriptCleaner.h"
-#include "capture/WhisperContext.h"
+#include "audio/AudioConverter.h"
+#include "audio/AudioFileReader.h"
+#include "audio/CaptureBuffers.h"
+#include "audio/ChunkMixer.h"
+#include "models/ModelDownloader.h"
+#include "recognition/RecognitionQueue.h"
+#include "recognition/TranscriptCleaner.h"
+#include "recognition/WhisperContext.h"
 #include "cli/Cli.h"
 
 #include <QCommandLineParser>

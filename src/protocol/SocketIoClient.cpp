@@ -1,6 +1,6 @@
 #include "protocol/SocketIoClient.h"
 
-#include "protocol/Logging.h"
+#include "core/Logging.h"
 #include "protocol/SocketIoPacket.h"
 
 #include <QNetworkRequest>

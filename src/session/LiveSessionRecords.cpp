@@ -1,7 +1,7 @@
 #include "session/LiveSessionRecords.h"
 
-#include "protocol/JsonValues.h"
-#include "protocol/Logging.h"
+#include "core/JsonValues.h"
+#include "core/Logging.h"
 
 #include <QJsonArray>
 #include <QJsonDocument>

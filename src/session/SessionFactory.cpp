@@ -1,6 +1,6 @@
 #include "session/SessionFactory.h"
 
-#include "capture/CallController.h"
+#include "call/CallController.h"
 #include "session/SummaryModel.h"
 #include "session/SummaryTranscriptFeed.h"
 

@@ -1,8 +1,8 @@
 #include "session/SocketController.h"
 
-#include "capture/CallController.h"
-#include "capture/TranscriptionViewModel.h"
-#include "protocol/Logging.h"
+#include "call/CallController.h"
+#include "call/TranscriptionViewModel.h"
+#include "core/Logging.h"
 #include "session/SummaryModel.h"
 
 #include <QDateTime>

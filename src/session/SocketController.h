@@ -6,7 +6,7 @@
 #pragma once
 
 #include "account/AccessTokenProvider.h"
-#include "capture/CallSession.h"
+#include "call/CallSession.h"
 #include "protocol/SocketIoClient.h"
 
 #include <QJsonArray>

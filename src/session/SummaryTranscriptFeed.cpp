@@ -1,6 +1,6 @@
 #include "session/SummaryTranscriptFeed.h"
 
-#include "capture/TranscriptionViewModel.h"
+#include "call/TranscriptionViewModel.h"
 #include "session/SummaryModel.h"
 
 #include <QPointer>

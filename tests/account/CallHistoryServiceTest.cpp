@@ -6,8 +6,8 @@
 #include "LocalBackend.h"
 #include "LogCapture.h"
 #include "TestPaths.h"
-#include "app/KeychainManager.h"
-#include "app/SettingsStore.h"
+#include "store/KeychainManager.h"
+#include "store/SettingsStore.h"
 
 #include <QJsonDocument>
 #include <QSignalSpy>

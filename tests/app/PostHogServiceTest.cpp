@@ -6,7 +6,7 @@
 #include "HttpStub.h"
 #include "LogCapture.h"
 #include "TestPaths.h"
-#include "app/SettingsStore.h"
+#include "store/SettingsStore.h"
 
 #include <QJsonDocument>
 #include <QJsonObject>

@@ -8,9 +8,9 @@
 #include "WhileServing.h"
 #include "account/AuthenticationService.h"
 #include "app/ContentView.h"
-#include "app/KeychainManager.h"
+#include "store/KeychainManager.h"
 #include "app/SceneGraphBackend.h"
-#include "app/SettingsStore.h"
+#include "store/SettingsStore.h"
 #include "app/SingleInstance.h"
 #include "app/WindowState.h"
 

@@ -20,10 +20,10 @@
 #include "app/ContentView.h"
 #include "app/QuillmossApp.h"
 #include "app/SingleInstance.h"
-#include "capture/CallController.h"
-#include "capture/ModelDownloader.h"
-#include "capture/SpeechRecognizer.h"
-#include "capture/TranscriptionViewModel.h"
+#include "call/CallController.h"
+#include "models/ModelDownloader.h"
+#include "recognition/SpeechRecognizer.h"
+#include "call/TranscriptionViewModel.h"
 #include "session/SummaryModel.h"
 
 #include <QClipboard>

@@ -8,7 +8,7 @@
 #include "LogCapture.h"
 #include "TestPaths.h"
 #include "account/LoginRedirect.h"
-#include "app/KeychainManager.h"
+#include "store/KeychainManager.h"
 
 #include <QSignalSpy>
 #include <QTest>

@@ -1,4 +1,4 @@
-#include "capture/ModelDownloader.h"
+#include "models/ModelDownloader.h"
 
 #include "LogCapture.h"
 #include "ModelHostServer.h"

@@ -1,4 +1,4 @@
-#include "capture/RecognitionQueue.h"
+#include "recognition/RecognitionQueue.h"
 
 #include <QTest>
 

@@ -1,6 +1,6 @@
 #include "TestPaths.h"
-#include "capture/LocalSpeechRecognizer.h"
-#include "capture/WhisperContext.h"
+#include "recognition/LocalSpeechRecognizer.h"
+#include "recognition/WhisperContext.h"
 
 #include <QFile>
 #include <QFutureSynchronizer>

@@ -4,8 +4,8 @@
 #include "LocalBackend.h"
 #include "TestPaths.h"
 #include "account/CallHistoryService.h"
-#include "app/KeychainManager.h"
-#include "app/SettingsStore.h"
+#include "store/KeychainManager.h"
+#include "store/SettingsStore.h"
 
 #include <QDir>
 #include <QFile>

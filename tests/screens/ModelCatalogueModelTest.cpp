@@ -1,8 +1,8 @@
-#include "capture/ModelCatalogueModel.h"
+#include "models/ModelCatalogueModel.h"
 
 #include "ModelHostServer.h"
 #include "TestPaths.h"
-#include "capture/ModelDownloader.h"
+#include "models/ModelDownloader.h"
 
 #include <QDir>
 #include <QFile>

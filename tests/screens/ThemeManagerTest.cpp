@@ -1,7 +1,7 @@
 #include "app/ThemeManager.h"
 
 #include "TestPaths.h"
-#include "app/SettingsStore.h"
+#include "store/SettingsStore.h"
 
 #include <QGuiApplication>
 #include <QJsonValue>

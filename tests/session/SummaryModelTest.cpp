@@ -2,7 +2,7 @@
 
 #include "LogCapture.h"
 #include "SummaryText.h"
-#include "capture/TranscriptionViewModel.h"
+#include "call/TranscriptionViewModel.h"
 #include "session/SummaryTranscriptFeed.h"
 
 #include <QCoreApplication>
