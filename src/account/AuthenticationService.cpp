@@ -2,8 +2,8 @@
 
 #include "account/BackendRequest.h"
 #include "account/LoginRedirect.h"
-#include "store/KeychainManager.h"
 #include "core/Logging.h"
+#include "store/KeychainManager.h"
 
 #include <QFutureWatcher>
 #include <QJsonDocument>

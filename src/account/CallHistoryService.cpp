@@ -2,9 +2,9 @@
 
 #include "account/AuthenticationService.h"
 #include "account/BackendRequest.h"
+#include "core/Logging.h"
 #include "store/KeychainManager.h"
 #include "store/SettingsStore.h"
-#include "core/Logging.h"
 
 #include <QFutureWatcher>
 #include <QJsonDocument>

@@ -1,8 +1,8 @@
 #include "app/ContentView.h"
 
 #include "account/AuthenticationService.h"
-#include "store/SettingsStore.h"
 #include "core/Logging.h"
+#include "store/SettingsStore.h"
 
 #include <QFutureWatcher>
 

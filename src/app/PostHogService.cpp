@@ -1,7 +1,7 @@
 #include "app/PostHogService.h"
 
-#include "store/SettingsStore.h"
 #include "core/Logging.h"
+#include "store/SettingsStore.h"
 
 #include <QDateTime>
 #include <QJsonDocument>

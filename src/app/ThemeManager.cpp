@@ -1,7 +1,7 @@
 #include "app/ThemeManager.h"
 
-#include "store/SettingsStore.h"
 #include "core/Logging.h"
+#include "store/SettingsStore.h"
 
 #include <QColor>
 #include <QEvent>

@@ -1,12 +1,12 @@
 // quillmoss-app: the desktop application. A launch given a "quillmoss://" URL
 // while the app already runs hands the URL over and exits.
 #include "app/AppBenchmark.h"
-#include "store/AppPaths.h"
 #include "app/QuillmossApp.h"
 #include "app/SceneGraphBackend.h"
 #include "app/SingleInstance.h"
 #include "core/InterruptWatcher.h"
 #include "core/Logging.h"
+#include "store/AppPaths.h"
 
 #include <QGuiApplication>
 #include <QIcon>

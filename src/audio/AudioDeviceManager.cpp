@@ -1,8 +1,8 @@
 #include "audio/AudioDeviceManager.h"
 
-#include "store/SettingsStore.h"
 #include "audio/PulseConnection.h"
 #include "core/Logging.h"
+#include "store/SettingsStore.h"
 
 #include <QCoreApplication>
 

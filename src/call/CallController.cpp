@@ -1,15 +1,15 @@
 #include "call/CallController.h"
 
-#include "store/AppPaths.h"
-#include "store/SettingsStore.h"
 #include "audio/AudioDeviceManager.h"
 #include "call/CallSession.h"
-#include "recognition/LocalSpeechRecognizer.h"
-#include "models/ModelDownloader.h"
-#include "recognition/SpeechRecognizer.h"
 #include "call/TranscriptionViewModel.h"
-#include "recognition/WhisperContext.h"
 #include "core/Logging.h"
+#include "models/ModelDownloader.h"
+#include "recognition/LocalSpeechRecognizer.h"
+#include "recognition/SpeechRecognizer.h"
+#include "recognition/WhisperContext.h"
+#include "store/AppPaths.h"
+#include "store/SettingsStore.h"
 
 #include <QDir>
 #include <QFutureWatcher>

@@ -5,8 +5,8 @@
 
 #include "audio/AudioDevice.h"
 #include "audio/CallAudioPipeline.h"
-#include "call/CallModel.h"
 #include "audio/CaptureBackend.h"
+#include "call/CallModel.h"
 #include "call/TranscriptionViewModel.h"
 #include "core/SerialWorker.h"
 

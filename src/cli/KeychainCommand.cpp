@@ -1,6 +1,6 @@
 // quillmoss keychain: the secure credential store from the command line.
-#include "store/KeychainManager.h"
 #include "cli/Cli.h"
+#include "store/KeychainManager.h"
 
 #include <QFile>
 #include <QJsonArray>

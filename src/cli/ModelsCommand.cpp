@@ -1,7 +1,7 @@
 // quillmoss models: the speech models on this machine, and fetching them from the model host.
-#include "models/ModelDownloader.h"
 #include "cli/Cli.h"
 #include "core/InterruptWatcher.h"
+#include "models/ModelDownloader.h"
 
 #include <QEventLoop>
 #include <QFileInfo>

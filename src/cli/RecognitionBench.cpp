@@ -2,9 +2,9 @@
 
 #include "audio/AudioConverter.h"
 #include "audio/AudioFileReader.h"
+#include "cli/Cli.h"
 #include "recognition/RecognitionQueue.h"
 #include "recognition/WhisperContext.h"
-#include "cli/Cli.h"
 
 #include <QCommandLineParser>
 #include <QElapsedTimer>

@@ -1,6 +1,6 @@
 // quillmoss settings: the settings document from the command line.
-#include "store/SettingsStore.h"
 #include "cli/Cli.h"
+#include "store/SettingsStore.h"
 
 #include <QJsonArray>
 #include <QJsonDocument>

@@ -4,11 +4,11 @@
 #include "audio/AudioFileReader.h"
 #include "audio/CaptureBuffers.h"
 #include "audio/ChunkMixer.h"
+#include "cli/Cli.h"
 #include "models/ModelDownloader.h"
 #include "recognition/RecognitionQueue.h"
 #include "recognition/TranscriptCleaner.h"
 #include "recognition/WhisperContext.h"
-#include "cli/Cli.h"
 
 #include <QCommandLineParser>
 #include <QJsonDocument>

@@ -1,7 +1,7 @@
 #include "models/ModelDownloader.h"
 
-#include "store/AppPaths.h"
 #include "core/Logging.h"
+#include "store/AppPaths.h"
 
 #include <QDir>
 #include <QFile>

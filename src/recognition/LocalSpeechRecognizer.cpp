@@ -1,8 +1,8 @@
 #include "recognition/LocalSpeechRecognizer.h"
 
+#include "core/Logging.h"
 #include "recognition/TranscriptCleaner.h"
 #include "recognition/WhisperContext.h"
-#include "core/Logging.h"
 
 #include <QFileInfo>
 

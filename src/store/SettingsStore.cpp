@@ -1,7 +1,7 @@
 #include "store/SettingsStore.h"
 
-#include "store/AppPaths.h"
 #include "core/Logging.h"
+#include "store/AppPaths.h"
 
 #include <QFile>
 #include <QFileInfo>

@@ -8,11 +8,11 @@
 #include "WhileServing.h"
 #include "account/AuthenticationService.h"
 #include "app/ContentView.h"
-#include "store/KeychainManager.h"
 #include "app/SceneGraphBackend.h"
-#include "store/SettingsStore.h"
 #include "app/SingleInstance.h"
 #include "app/WindowState.h"
+#include "store/KeychainManager.h"
+#include "store/SettingsStore.h"
 
 #include <QDir>
 #include <QJsonObject>

@@ -21,9 +21,9 @@
 #include "app/QuillmossApp.h"
 #include "app/SingleInstance.h"
 #include "call/CallController.h"
+#include "call/TranscriptionViewModel.h"
 #include "models/ModelDownloader.h"
 #include "recognition/SpeechRecognizer.h"
-#include "call/TranscriptionViewModel.h"
 #include "session/SummaryModel.h"
 
 #include <QClipboard>

@@ -1,11 +1,11 @@
 #include "PulseAudioServer.h"
 #include "SignalAnalysis.h"
 #include "TestPaths.h"
-#include "store/SettingsStore.h"
 #include "audio/AudioDeviceManager.h"
-#include "call/CallController.h"
 #include "audio/ChunkMixer.h"
 #include "audio/PulseCaptureBackend.h"
+#include "call/CallController.h"
+#include "store/SettingsStore.h"
 
 #include <QMutex>
 #include <QRegularExpression>

@@ -5,13 +5,13 @@
 #include "LocalBackend.h"
 #include "TestPaths.h"
 #include "account/AuthenticationService.h"
-#include "store/KeychainManager.h"
-#include "store/SettingsStore.h"
-#include "call/CallController.h"
 #include "audio/ReplayCaptureBackend.h"
+#include "call/CallController.h"
 #include "session/SessionFactory.h"
 #include "session/SocketController.h"
 #include "session/SummaryModel.h"
+#include "store/KeychainManager.h"
+#include "store/SettingsStore.h"
 
 #include <QElapsedTimer>
 #include <QJsonArray>

@@ -6,12 +6,12 @@
 #include "LogCapture.h"
 #include "SocketIoTestServer.h"
 #include "TestPaths.h"
-#include "store/SettingsStore.h"
-#include "call/CallController.h"
 #include "audio/ReplayCaptureBackend.h"
+#include "call/CallController.h"
 #include "call/TranscriptionViewModel.h"
 #include "session/SessionFactory.h"
 #include "session/SummaryModel.h"
+#include "store/SettingsStore.h"
 
 #include <QJsonDocument>
 #include <QPromise>

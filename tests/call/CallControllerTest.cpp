@@ -1,11 +1,11 @@
 #include "call/CallController.h"
 
 #include "SignalAnalysis.h"
-#include "store/SettingsStore.h"
-#include "call/CallSession.h"
 #include "audio/ChunkMixer.h"
-#include "recognition/SpeechRecognizer.h"
+#include "call/CallSession.h"
 #include "call/TranscriptionViewModel.h"
+#include "recognition/SpeechRecognizer.h"
+#include "store/SettingsStore.h"
 
 #include <QCoreApplication>
 #include <QFile>
