@@ -5,25 +5,24 @@
 #include "account/CallHistoryService.h"
 #include "account/FeedbackForm.h"
 #include "account/FeedbackService.h"
-#include "store/AppPaths.h"
 #include "app/Clipboard.h"
 #include "app/ContentView.h"
-#include "store/KeychainManager.h"
 #include "app/PostHogService.h"
-#include "store/SettingsStore.h"
 #include "app/SingleInstance.h"
 #include "app/ThemeManager.h"
 #include "app/UpdateManager.h"
 #include "app/WindowState.h"
 #include "audio/AudioDeviceManager.h"
 #include "call/CallController.h"
-#include "recognition/LocalSpeechRecognizer.h"
+#include "core/Logging.h"
 #include "models/ModelCatalogueModel.h"
 #include "models/ModelDownloader.h"
-#include "audio/PulseCaptureBackend.h"
-#include "core/Logging.h"
-#include "session/SessionFactory.h"
+#include "recognition/LocalSpeechRecognizer.h"
+#include "services/Services.h"
 #include "session/SummaryModel.h"
+#include "store/AppPaths.h"
+#include "store/KeychainManager.h"
+#include "store/SettingsStore.h"
 
 #include <QDesktopServices>
 #include <QQmlApplicationEngine>
@@ -65,34 +64,38 @@ QuillmossApp::QuillmossApp(AppOptions options, QObject* parent)
         m_options.instanceName = SingleInstance::defaultName();
 
     m_settings = std::make_unique<SettingsStore>(AppPaths::settingsFilePath());
-
-    AuthenticationService::Options authOptions;
-    authOptions.backendUrl = m_options.backendUrl;
-    authOptions.webUrl = m_options.webUrl;
-    authOptions.openUrl = m_options.openUrl;
-    m_authService = std::make_unique<AuthenticationService>(m_keychain, authOptions);
-    m_themeManager = std::make_unique<ThemeManager>(*m_settings);
-    m_modelDownloader = std::make_unique<ModelDownloader>(m_options.modelBaseUrl);
-    m_updateManager = std::make_unique<UpdateManager>(m_options.updateFeedUrl, version());
     m_postHogService = std::make_unique<PostHogService>(*m_settings, m_options.analyticsKey,
                                                         m_options.analyticsHost);
+
+    Services::Options services;
+    services.backendUrl = m_options.backendUrl;
+    services.webUrl = m_options.webUrl;
+    services.modelBaseUrl = m_options.modelBaseUrl;
+    services.openUrl = m_options.openUrl;
+    services.makeCapture = m_options.makeCapture;
+    services.analytics = m_postHogService.get();
+    m_services = std::make_unique<Services>(*m_settings, m_keychain, services);
+    // The stored sign-in is checked first: the screens open on its outcome.
+    m_services->authService();
+    m_themeManager = std::make_unique<ThemeManager>(*m_settings);
+    m_updateManager = std::make_unique<UpdateManager>(m_options.updateFeedUrl, version());
 
     wireServices();
 
     m_engine = std::make_unique<QQmlApplicationEngine>();
     QQmlContext* context = m_engine->rootContext();
     context->setContextProperty(u"app"_s, this);
-    context->setContextProperty(u"authService"_s, m_authService.get());
+    context->setContextProperty(u"authService"_s, &m_services->authService());
     context->setContextProperty(u"themeManager"_s, m_themeManager.get());
-    context->setContextProperty(u"modelDownloader"_s, m_modelDownloader.get());
+    context->setContextProperty(u"modelDownloader"_s, &m_services->modelDownloader());
     context->setContextProperty(u"updateManager"_s, m_updateManager.get());
     context->setContextProperty(u"postHogService"_s, m_postHogService.get());
-    context->setContextProperty(u"callController"_s, m_callController.get());
+    context->setContextProperty(u"callController"_s, &m_services->callController());
     context->setContextProperty(u"transcriptionViewModel"_s,
-                                m_callController->transcriptionViewModel());
-    context->setContextProperty(u"summaryModel"_s, m_summaryModel.get());
-    context->setContextProperty(u"audioDevices"_s, m_audioDevices.get());
-    context->setContextProperty(u"callHistory"_s, m_callHistory.get());
+                                m_services->callController().transcriptionViewModel());
+    context->setContextProperty(u"summaryModel"_s, &m_services->summaryModel());
+    context->setContextProperty(u"audioDevices"_s, &m_services->audioDevices());
+    context->setContextProperty(u"callHistory"_s, &m_services->callHistory());
     context->setContextProperty(u"callHistoryModel"_s, m_callHistoryModel.get());
     context->setContextProperty(u"feedbackForm"_s, m_feedbackForm.get());
     context->setContextProperty(u"modelCatalogue"_s, m_modelCatalogue.get());
@@ -105,70 +108,32 @@ QuillmossApp::~QuillmossApp()
 {
     // The screens go first: nothing may bind to a service being torn down.
     m_engine.reset();
-    if (m_callController && m_callController->isLive())
-        m_callController->endCall();
 }
 
 void QuillmossApp::wireServices()
 {
-    m_summaryModel = std::make_unique<SummaryModel>();
-    m_capture =
-        m_options.makeCapture ? m_options.makeCapture() : std::make_unique<PulseCaptureBackend>();
-
-    SessionSettings session;
-    session.backendUrl = m_options.backendUrl;
-    session.accessToken = [auth = m_authService.get()] { return auth->getValidAccessToken(); };
-    session.signOut = [auth = m_authService.get()] { auth->signOut(); };
-    CallController::Options callOptions;
-    callOptions.makeSession = makeSessionFactory(session, m_summaryModel.get());
-    m_callController = std::make_unique<CallController>(*m_capture, *m_settings, callOptions);
-
+    CallController& callController = m_services->callController();
     if (m_options.recognizer) {
-        m_callController->initializeWith(m_options.recognizer);
+        callController.initializeWith(m_options.recognizer);
     } else if (m_options.initializeModels) {
-        m_callController->initializeModels(*m_modelDownloader);
+        callController.initializeModels(m_services->modelDownloader());
     }
-    connect(m_callController.get(), &CallController::initializationChanged, this, [this] {
-        if (LocalSpeechRecognizer* recognizer = m_callController->localRecognizer()) {
+    connect(&callController, &CallController::initializationChanged, this, [this] {
+        if (LocalSpeechRecognizer* recognizer = m_services->callController().localRecognizer()) {
             connect(recognizer, &LocalSpeechRecognizer::statusChanged, this,
                     &QuillmossApp::recognitionStatusChanged, Qt::UniqueConnection);
         }
         Q_EMIT recognitionStatusChanged();
     });
-    m_callController->checkPermissions(false);
+    callController.checkPermissions(false);
+    m_services->audioDevices().discoverInputDevices();
 
-    m_audioDevices = std::make_unique<AudioDeviceManager>(*m_settings);
-    m_audioDevices->discoverInputDevices();
-
-    m_callHistory = std::make_unique<CallHistoryService>(*m_settings, m_keychain,
-                                                         m_options.backendUrl, *m_postHogService);
-    m_callHistoryModel = std::make_unique<CallHistoryListModel>(*m_callHistory);
-    m_feedbackService = std::make_unique<FeedbackService>(
-        [auth = m_authService.get()] { return auth->getValidAccessToken(); }, m_options.backendUrl);
-    m_feedbackForm = std::make_unique<FeedbackForm>(*m_feedbackService);
-    m_modelCatalogue = std::make_unique<ModelCatalogueModel>(*m_modelDownloader);
-    m_contentView = std::make_unique<ContentView>(*m_authService, *m_settings);
+    m_callHistoryModel = std::make_unique<CallHistoryListModel>(m_services->callHistory());
+    m_feedbackForm = std::make_unique<FeedbackForm>(m_services->feedback());
+    m_modelCatalogue = std::make_unique<ModelCatalogueModel>(m_services->modelDownloader());
+    m_contentView = std::make_unique<ContentView>(m_services->authService(), *m_settings);
     m_windowState = std::make_unique<WindowState>(*m_settings);
     m_clipboard = std::make_unique<Clipboard>();
-
-    connect(m_authService.get(), &AuthenticationService::isAuthenticatedChanged, this,
-            &QuillmossApp::signedInStateChanged);
-}
-
-void QuillmossApp::signedInStateChanged()
-{
-    const bool authenticated = m_authService->isAuthenticated();
-    if (authenticated == m_wasAuthenticated)
-        return;
-    m_wasAuthenticated = authenticated;
-    // The cached history belongs to whoever was signed in.
-    m_callHistory->clearCache();
-    if (!authenticated) {
-        m_callHistory->forgetCalls();
-        if (m_callController->isLive())
-            m_callController->endCall();
-        m_summaryModel->clear();
-    }
 }
 
 bool QuillmossApp::show()
@@ -201,7 +166,7 @@ void QuillmossApp::handleUrl(const QUrl& url)
         qCWarning(lcApp).noquote() << u"⚠️ Ignoring a URL of scheme \"%1\""_s.arg(url.scheme());
         return;
     }
-    m_authService->handleRedirect(url);
+    m_services->authService().handleRedirect(url);
 }
 
 void QuillmossApp::openTermsOfService()
@@ -211,7 +176,7 @@ void QuillmossApp::openTermsOfService()
 
 QVariant QuillmossApp::recognitionStatus() const
 {
-    if (const LocalSpeechRecognizer* recognizer = m_callController->localRecognizer())
+    if (const LocalSpeechRecognizer* recognizer = m_services->callController().localRecognizer())
         return QVariant::fromValue(recognizer->status());
     return {};
 }
@@ -225,4 +190,29 @@ QQuickWindow* QuillmossApp::mainWindow() const
 {
     const auto roots = m_engine->rootObjects();
     return roots.isEmpty() ? nullptr : qobject_cast<QQuickWindow*>(roots.first());
+}
+
+AuthenticationService& QuillmossApp::authService() const
+{
+    return m_services->authService();
+}
+
+CallController& QuillmossApp::callController() const
+{
+    return m_services->callController();
+}
+
+CallHistoryService& QuillmossApp::callHistory() const
+{
+    return m_services->callHistory();
+}
+
+ModelDownloader& QuillmossApp::modelDownloader() const
+{
+    return m_services->modelDownloader();
+}
+
+SummaryModel& QuillmossApp::summaryModel() const
+{
+    return m_services->summaryModel();
 }

@@ -11,22 +11,20 @@
 
 #include <memory>
 
-class AudioDeviceManager;
 class AuthenticationService;
 class CallController;
 class CallHistoryListModel;
 class CallHistoryService;
-class CaptureBackend;
 class Clipboard;
 class ContentView;
 class FeedbackForm;
-class FeedbackService;
 class KeychainManager;
 class ModelCatalogueModel;
 class ModelDownloader;
 class PostHogService;
 class QQmlApplicationEngine;
 class QQuickWindow;
+class Services;
 class SettingsStore;
 class SingleInstance;
 class SummaryModel;
@@ -66,11 +64,12 @@ public:
     QVariant recognitionStatus() const;
     static QString version();
 
-    AuthenticationService& authService() const { return *m_authService; }
-    CallController& callController() const { return *m_callController; }
-    CallHistoryService& callHistory() const { return *m_callHistory; }
-    ModelDownloader& modelDownloader() const { return *m_modelDownloader; }
-    SummaryModel& summaryModel() const { return *m_summaryModel; }
+    Services& services() const { return *m_services; }
+    AuthenticationService& authService() const;
+    CallController& callController() const;
+    CallHistoryService& callHistory() const;
+    ModelDownloader& modelDownloader() const;
+    SummaryModel& summaryModel() const;
     ContentView& contentView() const { return *m_contentView; }
     FeedbackForm& feedbackForm() const { return *m_feedbackForm; }
     SettingsStore& settings() const { return *m_settings; }
@@ -82,30 +81,22 @@ Q_SIGNALS:
 
 private:
     void wireServices();
-    void signedInStateChanged();
 
     AppOptions m_options;
     std::unique_ptr<SettingsStore> m_settings;
     KeychainManager& m_keychain;
-    std::unique_ptr<AuthenticationService> m_authService;
-    std::unique_ptr<ThemeManager> m_themeManager;
-    std::unique_ptr<ModelDownloader> m_modelDownloader;
-    std::unique_ptr<UpdateManager> m_updateManager;
     std::unique_ptr<PostHogService> m_postHogService;
-    std::unique_ptr<CaptureBackend> m_capture;
-    std::unique_ptr<SummaryModel> m_summaryModel;
-    std::unique_ptr<CallController> m_callController;
-    std::unique_ptr<AudioDeviceManager> m_audioDevices;
-    std::unique_ptr<CallHistoryService> m_callHistory;
+    // The long-lived services the screens show; built by the one composition root.
+    std::unique_ptr<Services> m_services;
+    std::unique_ptr<ThemeManager> m_themeManager;
+    std::unique_ptr<UpdateManager> m_updateManager;
     std::unique_ptr<CallHistoryListModel> m_callHistoryModel;
-    std::unique_ptr<FeedbackService> m_feedbackService;
     std::unique_ptr<FeedbackForm> m_feedbackForm;
     std::unique_ptr<ModelCatalogueModel> m_modelCatalogue;
     std::unique_ptr<ContentView> m_contentView;
     std::unique_ptr<WindowState> m_windowState;
     std::unique_ptr<Clipboard> m_clipboard;
     std::unique_ptr<SingleInstance> m_singleInstance;
-    bool m_wasAuthenticated = false;
     // Last, so the screens go before the services they bind to.
     std::unique_ptr<QQmlApplicationEngine> m_engine;
 };

@@ -1,13 +1,11 @@
 // quillmoss login | logout | whoami: the signed-in session from the command line.
-#include "cli/AccountCommands.h"
-
+#include "account/AuthenticationService.h"
 #include "account/CallHistoryService.h"
-#include "store/KeychainManager.h"
 #include "cli/Cli.h"
+#include "store/KeychainManager.h"
 
 #include <QFile>
 #include <QJsonDocument>
-#include <QProcess>
 
 #include <unistd.h>
 
@@ -18,18 +16,6 @@ namespace {
 const auto loginUsage =
     u"login                    (prints the login address, then reads the redirect address)\n"
     u"login --redirect URL\n"_s;
-
-bool hasDesktop()
-{
-    return !qEnvironmentVariableIsEmpty("DISPLAY") ||
-           !qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY");
-}
-
-bool openInBrowser(const QUrl& url)
-{
-    return hasDesktop() &&
-           QProcess::startDetached(u"xdg-open"_s, {url.toString(QUrl::FullyEncoded)});
-}
 
 QString describeUser(const UserModel& user)
 {
@@ -46,10 +32,9 @@ int printUser(CliContext& context, const UserModel& user, const QString& prefix)
 }
 
 // The cached call history belongs to whoever was signed in.
-void forgetCallHistory(CliContext& context)
+void forgetCallHistory(Services& services)
 {
-    CallHistoryService(context.settings(), KeychainManager::shared(), context.backendUrl)
-        .clearCache();
+    services.callHistory().clearCache();
 }
 
 QString readRedirectLine(CliContext& context)
@@ -72,7 +57,8 @@ int login(CliContext& context, const QStringList& arguments)
     else if (!arguments.isEmpty())
         return context.usageError(u"unexpected arguments"_s, loginUsage);
 
-    const auto service = makeAuthenticationService(context, false);
+    const auto services = context.makeServices();
+    AuthenticationService* service = &services->authService();
     if (redirect.isEmpty()) {
         context.err << u"Sign in to Quillmoss in your browser:\n  "_s
                     << service->loginUrl().toString(QUrl::FullyEncoded) << Qt::endl;
@@ -90,7 +76,7 @@ int login(CliContext& context, const QStringList& arguments)
                             u"quillmoss://oauth/callback?access_token=…"_s);
     if (!service->isAuthenticated() || !service->currentUser())
         return context.fail(service->authenticationError());
-    forgetCallHistory(context);
+    forgetCallHistory(*services);
     return printUser(context, *service->currentUser(), u"Signed in as "_s);
 }
 
@@ -100,9 +86,9 @@ int logout(CliContext& context, const QStringList& arguments)
         return context.usageError(u"unexpected arguments"_s, u"logout\n"_s);
     if (!KeychainManager::shared().isReachable())
         return context.fail(u"the secure credential store (Secret Service) cannot be reached"_s);
-    const auto service = makeAuthenticationService(context, false);
-    waitFor(service->signOut());
-    forgetCallHistory(context);
+    const auto services = context.makeServices();
+    waitFor(services->authService().signOut());
+    forgetCallHistory(*services);
     context.out << u"Signed out."_s << Qt::endl;
     return ExitDone;
 }
@@ -111,7 +97,9 @@ int whoami(CliContext& context, const QStringList& arguments)
 {
     if (!arguments.isEmpty())
         return context.usageError(u"unexpected arguments"_s, u"whoami\n"_s);
-    const auto service = makeAuthenticationService(context, true);
+    const auto services =
+        context.makeServices([](Services::Options& options) { options.checkStoredToken = true; });
+    AuthenticationService* service = &services->authService();
     waitFor(service->startupCheck());
     if (service->isAuthenticated() && service->currentUser())
         return printUser(context, *service->currentUser(), QString());
@@ -121,17 +109,6 @@ int whoami(CliContext& context, const QStringList& arguments)
 }
 
 } // namespace
-
-std::unique_ptr<AuthenticationService> makeAuthenticationService(const CliContext& context,
-                                                                 bool checkStoredToken)
-{
-    AuthenticationService::Options options;
-    options.backendUrl = context.backendUrl;
-    options.webUrl = context.webUrl;
-    options.checkStoredToken = checkStoredToken;
-    options.openUrl = openInBrowser;
-    return std::make_unique<AuthenticationService>(KeychainManager::shared(), options);
-}
 
 Subcommand loginSubcommand()
 {

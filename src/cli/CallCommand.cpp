@@ -1,18 +1,13 @@
 // quillmoss call: a headless call, recorded from the sound server, played from
 // a recording or replayed from a transcript, with the backend session or without.
-#include "store/AppPaths.h"
-#include "store/KeychainManager.h"
-#include "call/CallController.h"
-#include "models/ModelDownloader.h"
 #include "audio/PulseCaptureBackend.h"
 #include "audio/ReplayCaptureBackend.h"
+#include "call/CallController.h"
 #include "call/TranscriptionViewModel.h"
-#include "cli/AccountCommands.h"
 #include "cli/Cli.h"
 #include "core/InterruptWatcher.h"
-#include "session/SessionFactory.h"
+#include "models/ModelDownloader.h"
 #include "session/SocketController.h"
-#include "session/SummaryModel.h"
 
 #include <QCommandLineParser>
 #include <QCoreApplication>
@@ -408,9 +403,13 @@ int run(CliContext& context, const QStringList& arguments)
         capture = std::make_unique<PulseCaptureBackend>();
     }
 
+    const auto services = context.makeServices([&](Services::Options& options) {
+        options.makeCapture = [&capture] { return std::move(capture); };
+        options.callsUseBackend = withBackend;
+    });
     // The model: a file as given, a catalogue name already downloaded, or by
     // default the call model, downloaded when missing (as the app does at start).
-    ModelDownloader downloader(context.modelBaseUrl);
+    ModelDownloader& downloader = services->modelDownloader();
     const QString model = parser.value(u"model"_s);
     QString modelFile;
     if (!model.isEmpty()) {
@@ -422,20 +421,7 @@ int run(CliContext& context, const QStringList& arguments)
         modelFile = *file;
     }
 
-    std::unique_ptr<AuthenticationService> authentication;
-    SummaryModel summary;
-    CallController::Options options;
-    if (withBackend) {
-        authentication = makeAuthenticationService(context, false);
-        SessionSettings settings;
-        settings.backendUrl = context.backendUrl;
-        settings.accessToken = [service = authentication.get()] {
-            return service->getValidAccessToken();
-        };
-        settings.signOut = [service = authentication.get()] { service->signOut(); };
-        options.makeSession = makeSessionFactory(settings, &summary);
-    }
-    CallController controller(*capture, context.settings(), options);
+    CallController& controller = services->callController();
     const QString source = parser.isSet(u"audio"_s) ? u"playing "_s + parser.value(u"audio"_s)
                            : lines ? u"replaying "_s + parser.value(u"transcript"_s)
                                    : QString();

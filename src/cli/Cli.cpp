@@ -1,11 +1,13 @@
 #include "cli/Cli.h"
 
-#include "store/AppPaths.h"
-#include "store/SettingsStore.h"
 #include "core/Logging.h"
+#include "store/AppPaths.h"
+#include "store/KeychainManager.h"
+#include "store/SettingsStore.h"
 
 #include <QCommandLineParser>
 #include <QCoreApplication>
+#include <QProcess>
 
 #include <cstdio>
 
@@ -33,6 +35,18 @@ QUrl configuredUrl(const QCommandLineParser& parser, const QString& option, cons
     }
     const QString fromEnvironment = qEnvironmentVariable(variable);
     return QUrl(fromEnvironment.isEmpty() ? QString::fromUtf8(fallback) : fromEnvironment);
+}
+
+bool hasDesktop()
+{
+    return !qEnvironmentVariableIsEmpty("DISPLAY") ||
+           !qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY");
+}
+
+bool openInBrowser(const QUrl& url)
+{
+    return hasDesktop() &&
+           QProcess::startDetached(u"xdg-open"_s, {url.toString(QUrl::FullyEncoded)});
 }
 
 QString overview()
@@ -66,6 +80,21 @@ SettingsStore& CliContext::settings()
         m_settings = std::make_unique<SettingsStore>(AppPaths::settingsFilePath());
     }
     return *m_settings;
+}
+
+std::unique_ptr<Services>
+CliContext::makeServices(const std::function<void(Services::Options&)>& adjust)
+{
+    Services::Options options;
+    options.backendUrl = backendUrl;
+    options.webUrl = webUrl;
+    options.modelBaseUrl = modelBaseUrl;
+    options.openUrl = openInBrowser;
+    // A command asks for the start-up check itself when it wants one.
+    options.checkStoredToken = false;
+    if (adjust)
+        adjust(options);
+    return std::make_unique<Services>(settings(), KeychainManager::shared(), std::move(options));
 }
 
 int CliContext::fail(const QString& message)

@@ -2,6 +2,8 @@
 // every subcommand, and the table of subcommands.
 #pragma once
 
+#include "services/Services.h"
+
 #include <QEventLoop>
 #include <QFuture>
 #include <QFutureWatcher>
@@ -41,6 +43,12 @@ public:
 
     // The user's settings, opened on first use.
     SettingsStore& settings();
+
+    // The one composition root, configured from the global options (the web
+    // login opens in the browser only when there is a desktop); `adjust`
+    // tailors the options to one command.
+    std::unique_ptr<Services>
+    makeServices(const std::function<void(Services::Options&)>& adjust = {});
 
     // Prints "quillmoss: <message>" on stderr and returns ExitFailed.
     int fail(const QString& message);

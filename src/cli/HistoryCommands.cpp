@@ -3,8 +3,6 @@
 #include "account/CallHistoryService.h"
 #include "account/CallPresentation.h"
 #include "account/FeedbackService.h"
-#include "store/KeychainManager.h"
-#include "cli/AccountCommands.h"
 #include "cli/Cli.h"
 
 #include <QJsonArray>
@@ -117,7 +115,8 @@ int history(CliContext& context, const QStringList& arguments)
         }
     }
 
-    CallHistoryService service(context.settings(), KeychainManager::shared(), context.backendUrl);
+    const auto services = context.makeServices();
+    CallHistoryService& service = services->callHistory();
     service.setSortOrder(order);
     const bool loaded =
         waitFor(refresh ? service.clearCacheAndRefresh() : service.loadCalls()).result();
@@ -160,10 +159,8 @@ int feedback(CliContext& context, const QStringList& arguments)
         return context.usageError(u"unknown feedback type \"%1\""_s.arg(type), usage);
     const QString text = arguments.mid(2).join(u' ');
 
-    const auto authentication = makeAuthenticationService(context, false);
-    FeedbackService service([&authentication] { return authentication->getValidAccessToken(); },
-                            context.backendUrl);
-    const FeedbackResult result = waitFor(service.submit(type, text)).result();
+    const auto services = context.makeServices();
+    const FeedbackResult result = waitFor(services->feedback().submit(type, text)).result();
     if (!result.success)
         return context.fail(result.message);
     context.out << result.title << u": "_s << result.message << Qt::endl;

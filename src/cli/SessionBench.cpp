@@ -1,7 +1,7 @@
 #include "cli/SessionBench.h"
 
+#include "account/AuthenticationService.h"
 #include "call/TranscriptionViewModel.h"
-#include "cli/AccountCommands.h"
 #include "cli/Cli.h"
 #include "session/SessionFactory.h"
 #include "session/SocketController.h"
@@ -67,11 +67,12 @@ int runSessionBench(CliContext& context, const QStringList& options)
     if (!countOk || count < 1)
         return context.usageError(u"--count takes a positive number"_s, usage);
 
-    const auto authentication = makeAuthenticationService(context, false);
+    const auto services = context.makeServices();
+    AuthenticationService* authentication = &services->authService();
     TranscriptionViewModel transcript;
     SocketController session(
         context.backendUrl, QString(), &transcript, SessionSettings::defaultLocalToolsConfig(),
-        {[&authentication] { return authentication->getValidAccessToken(); }, [] {}});
+        {[authentication] { return authentication->getValidAccessToken(); }, [] {}});
 
     std::vector<qint64> sentAt;
     std::vector<double> roundTrips;

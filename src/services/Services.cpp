@@ -1,0 +1,116 @@
+#include "services/Services.h"
+
+#include "account/AuthenticationService.h"
+#include "account/CallHistoryService.h"
+#include "account/FeedbackService.h"
+#include "audio/AudioDeviceManager.h"
+#include "audio/PulseCaptureBackend.h"
+#include "call/CallController.h"
+#include "models/ModelDownloader.h"
+#include "session/SessionFactory.h"
+#include "session/SummaryModel.h"
+#include "store/KeychainManager.h"
+#include "store/SettingsStore.h"
+
+Services::Services(SettingsStore& settings, KeychainManager& keychain, Options options,
+                   QObject* parent)
+    : QObject(parent), m_settings(settings), m_keychain(keychain), m_options(std::move(options))
+{}
+
+Services::~Services()
+{
+    // A call still live ends as the user would end it: the session says goodbye
+    // and capture stops before the services it reports to go.
+    if (m_callController && m_callController->isLive())
+        m_callController->endCall();
+}
+
+AuthenticationService& Services::authService()
+{
+    if (!m_authService) {
+        AuthenticationService::Options options;
+        options.backendUrl = m_options.backendUrl;
+        options.webUrl = m_options.webUrl;
+        options.openUrl = m_options.openUrl;
+        options.checkStoredToken = m_options.checkStoredToken;
+        m_authService = std::make_unique<AuthenticationService>(m_keychain, options);
+        connect(m_authService.get(), &AuthenticationService::isAuthenticatedChanged, this,
+                &Services::signedInStateChanged);
+    }
+    return *m_authService;
+}
+
+ModelDownloader& Services::modelDownloader()
+{
+    if (!m_modelDownloader)
+        m_modelDownloader = std::make_unique<ModelDownloader>(m_options.modelBaseUrl);
+    return *m_modelDownloader;
+}
+
+SummaryModel& Services::summaryModel()
+{
+    if (!m_summaryModel)
+        m_summaryModel = std::make_unique<SummaryModel>();
+    return *m_summaryModel;
+}
+
+CallController& Services::callController()
+{
+    if (m_callController)
+        return *m_callController;
+    m_capture =
+        m_options.makeCapture ? m_options.makeCapture() : std::make_unique<PulseCaptureBackend>();
+    CallController::Options callOptions;
+    if (m_options.callsUseBackend) {
+        SessionSettings session;
+        session.backendUrl = m_options.backendUrl;
+        session.accessToken = [auth = &authService()] { return auth->getValidAccessToken(); };
+        session.signOut = [auth = &authService()] { auth->signOut(); };
+        callOptions.makeSession = makeSessionFactory(session, &summaryModel());
+    }
+    m_callController = std::make_unique<CallController>(*m_capture, m_settings, callOptions);
+    return *m_callController;
+}
+
+AudioDeviceManager& Services::audioDevices()
+{
+    if (!m_audioDevices)
+        m_audioDevices = std::make_unique<AudioDeviceManager>(m_settings);
+    return *m_audioDevices;
+}
+
+CallHistoryService& Services::callHistory()
+{
+    if (!m_callHistory) {
+        m_callHistory = std::make_unique<CallHistoryService>(
+            m_settings, m_keychain, m_options.backendUrl,
+            m_options.analytics ? *m_options.analytics : Analytics::none());
+    }
+    return *m_callHistory;
+}
+
+FeedbackService& Services::feedback()
+{
+    if (!m_feedback) {
+        m_feedback = std::make_unique<FeedbackService>(
+            [auth = &authService()] { return auth->getValidAccessToken(); }, m_options.backendUrl);
+    }
+    return *m_feedback;
+}
+
+void Services::signedInStateChanged()
+{
+    const bool authenticated = m_authService->isAuthenticated();
+    if (authenticated == m_wasAuthenticated)
+        return;
+    m_wasAuthenticated = authenticated;
+    // The cached history belongs to whoever was signed in.
+    callHistory().clearCache();
+    if (authenticated)
+        return;
+    callHistory().forgetCalls();
+    if (m_callController && m_callController->isLive())
+        m_callController->endCall();
+    if (m_summaryModel)
+        m_summaryModel->clear();
+}
