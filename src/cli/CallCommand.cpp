@@ -351,13 +351,8 @@ int run(CliContext& context, const QStringList& arguments)
         {u"model"_s, u"Speech model: a catalogue name or a model file."_s, u"NAME|PATH"_s},
         {u"agent-mode"_s, u"Switch agent mode on once the session is ready."_s},
     });
-    if (!parser.parse(QStringList{u"call"_s} + arguments)) {
-        return context.usageError(parser.errorText(), usage);
-    }
-    if (!parser.positionalArguments().isEmpty()) {
-        return context.usageError(
-            u"unexpected argument \"%1\""_s.arg(parser.positionalArguments().first()), usage);
-    }
+    if (const auto wrong = context.parseOptionsOnly(parser, u"call"_s, arguments, usage))
+        return *wrong;
     bool durationOk = true;
     const double duration =
         parser.isSet(u"duration"_s) ? parser.value(u"duration"_s).toDouble(&durationOk) : 0.0;

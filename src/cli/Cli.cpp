@@ -97,6 +97,17 @@ CliContext::makeServices(const std::function<void(Services::Options&)>& adjust)
     return std::make_unique<Services>(settings(), KeychainManager::shared(), std::move(options));
 }
 
+std::optional<int> CliContext::parseOptionsOnly(QCommandLineParser& parser, const QString& command,
+                                                const QStringList& arguments, const QString& usage)
+{
+    if (!parser.parse(QStringList{command} + arguments))
+        return usageError(parser.errorText(), usage);
+    if (!parser.positionalArguments().isEmpty())
+        return usageError(u"unexpected argument \"%1\""_s.arg(parser.positionalArguments().first()),
+                          usage);
+    return std::nullopt;
+}
+
 int CliContext::fail(const QString& message)
 {
     err << u"quillmoss: "_s << message << Qt::endl;

@@ -4,6 +4,7 @@
 
 #include "services/Services.h"
 
+#include <QCommandLineParser>
 #include <QEventLoop>
 #include <QFuture>
 #include <QFutureWatcher>
@@ -14,6 +15,7 @@
 
 #include <functional>
 #include <memory>
+#include <optional>
 
 class SettingsStore;
 
@@ -54,6 +56,10 @@ public:
     int fail(const QString& message);
     // Prints the message and the subcommand's usage on stderr; returns ExitUsage.
     int usageError(const QString& message, const QString& usage);
+    // Parses a subcommand that takes options only (`command` names it in the
+    // parser's messages); on a wrong command line, the usage error's exit code.
+    std::optional<int> parseOptionsOnly(QCommandLineParser& parser, const QString& command,
+                                        const QStringList& arguments, const QString& usage);
 
 private:
     std::unique_ptr<SettingsStore> m_settings;

@@ -173,13 +173,9 @@ int runRecognitionBench(CliContext& context, const QStringList& options)
         {u"runs"_s, u"Measured jobs of each kind."_s, u"N"_s},
         {u"json"_s, u"Machine-readable output."_s},
     });
-    if (!parser.parse(QStringList{u"quillmoss bench recognition"_s} + options)) {
-        return context.usageError(parser.errorText(), usage);
-    }
-    if (!parser.positionalArguments().isEmpty()) {
-        return context.usageError(
-            u"unexpected argument \"%1\""_s.arg(parser.positionalArguments().first()), usage);
-    }
+    if (const auto wrong =
+            context.parseOptionsOnly(parser, u"quillmoss bench recognition"_s, options, usage))
+        return *wrong;
     const QString modelPath = parser.value(u"model"_s);
     const QString audioPath = parser.value(u"audio"_s);
     if (modelPath.isEmpty() || audioPath.isEmpty()) {
