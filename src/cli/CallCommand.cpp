@@ -1,18 +1,18 @@
 // quillmoss call: a headless call, recorded from the sound server, played from
 // a recording or replayed from a transcript, with the backend session or without.
-#include "store/AppPaths.h"
-#include "store/KeychainManager.h"
-#include "call/CallController.h"
-#include "models/ModelDownloader.h"
 #include "audio/PulseCaptureBackend.h"
 #include "audio/ReplayCaptureBackend.h"
+#include "call/CallController.h"
 #include "call/TranscriptionViewModel.h"
 #include "cli/AccountCommands.h"
 #include "cli/Cli.h"
 #include "core/InterruptWatcher.h"
+#include "models/ModelDownloader.h"
 #include "session/SessionFactory.h"
 #include "session/SocketController.h"
 #include "session/SummaryModel.h"
+#include "store/AppPaths.h"
+#include "store/KeychainManager.h"
 
 #include <QCommandLineParser>
 #include <QCoreApplication>
@@ -82,6 +82,8 @@ public:
         connect(m_controller.transcriptionViewModel(),
                 &TranscriptionViewModel::transcriptionTextChanged, this,
                 &HeadlessCall::printTranscript);
+        connect(m_controller.transcriptionViewModel(), &TranscriptionViewModel::serverSegmentsAdded,
+                this, &HeadlessCall::printServerSegments);
         connect(&m_controller, &CallController::callModelChanged, this, &HeadlessCall::printLevel);
         connect(&m_controller, &CallController::initializationChanged, this, [this] {
             emitLine(u"model"_s,
@@ -241,9 +243,18 @@ private:
         }
         const QString added = text.mid(m_printedTranscript).trimmed();
         m_printedTranscript = text.size();
-        if (added == m_shownSpeech)
-            return; // the backend's copy of a line shown with its speaker already
         emitLine(u"transcript"_s, {{u"text"_s, added}}, u"» "_s + added);
+    }
+
+    // The backend's processed segments, final ones only, with their speakers.
+    void printServerSegments(const QList<TranscriptionSegment>& segments)
+    {
+        for (const TranscriptionSegment& segment : segments) {
+            if (segment.isPartial || segment.text == m_shownSpeech)
+                continue; // the backend's copy of a line shown with its speaker already
+            emitLine(u"transcript"_s, {{u"speaker"_s, segment.speaker}, {u"text"_s, segment.text}},
+                     u"» "_s + segment.speaker + u": "_s + segment.text);
+        }
     }
 
     void printLevel()
