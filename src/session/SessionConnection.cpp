@@ -80,9 +80,9 @@ void SessionConnection::setSessionPayloadExtension(std::function<void(QJsonObjec
     m_extendSessionPayload = std::move(extend);
 }
 
-void SessionConnection::addHandler(const QString& event, EventHandler handler)
+void SessionConnection::addHandler(const QString& event, const EventHandler& handler)
 {
-    m_handlers.insert(event, std::move(handler));
+    m_handlers.insert(event, handler);
 }
 
 // --- the socket ---------------------------------------------------------------------------

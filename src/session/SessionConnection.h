@@ -65,7 +65,7 @@ public:
     // Completes the "initializeSession" payload with what another part owns.
     void setSessionPayloadExtension(std::function<void(QJsonObject&)> extend);
     // The handler of one incoming event; one per event name.
-    void addHandler(const QString& event, EventHandler handler);
+    void addHandler(const QString& event, const EventHandler& handler);
 
     // Fetches a token, then opens a new socket whose handshake carries only it.
     void connect();
