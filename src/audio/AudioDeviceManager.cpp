@@ -1,5 +1,6 @@
 #include "audio/AudioDeviceManager.h"
 
+#include "audio/AudioDeviceChoice.h"
 #include "audio/PulseConnection.h"
 #include "core/Logging.h"
 #include "store/SettingsStore.h"
@@ -89,8 +90,7 @@ struct AudioDeviceManager::Callbacks
 
 AudioDeviceManager::AudioDeviceManager(SettingsStore& settings, QObject* parent)
     : QObject(parent), m_settings(settings),
-      m_selectedDeviceId(
-          settings.stringValue(QString::fromLatin1(selectedDeviceKey)).value_or(QString())),
+      m_selectedDeviceId(AudioDeviceChoice::storedId(settings).value_or(QString())),
       m_connection(std::make_unique<PulseConnection>(u"Quillmoss devices"_s))
 {
     m_worker.setMaxThreadCount(1);
@@ -144,7 +144,7 @@ void AudioDeviceManager::discoverInputDevices()
 
 void AudioDeviceManager::selectDevice(const AudioDevice& device)
 {
-    if (!m_settings.setString(QString::fromLatin1(selectedDeviceKey), device.id)) {
+    if (!AudioDeviceChoice::store(m_settings, device.id)) {
         qCWarning(lcDevices).noquote()
             << u"⚠️ [AudioDeviceManager] Could not save the selected device: "_s +
                    m_settings.lastError();
@@ -193,6 +193,12 @@ AudioDeviceNotifier* AudioDeviceManager::notifier()
         return created;
     }();
     return instance;
+}
+
+void AudioDeviceNotifier::publishInputDevices(const QList<AudioDevice>& devices)
+{
+    m_inputDevices = devices;
+    Q_EMIT inputDevicesChanged(m_inputDevices);
 }
 
 AudioDeviceManager::Discovery AudioDeviceManager::discover()
@@ -260,6 +266,7 @@ void AudioDeviceManager::publish(const Discovery& result)
         qCInfo(lcDevices).noquote()
             << u"🎤 [AudioDeviceManager] %1 input device(s)"_s.arg(m_devices.size());
         Q_EMIT availableInputDevicesChanged();
+        notifier()->publishInputDevices(m_devices);
     }
     // A failure that repeats (the server stays away while we retry) says
     // nothing new: logged once.

@@ -19,7 +19,9 @@ class PulseConnection;
 class SettingsStore;
 
 // Announces a newly chosen input device to whoever records (the call
-// controller): one per process, like a notification centre.
+// controller), and the input devices as last listed, so that a stored choice
+// can be shown by its name: one per process, like a notification centre.
+// Used on the GUI thread.
 class AudioDeviceNotifier : public QObject
 {
     Q_OBJECT
@@ -27,8 +29,16 @@ class AudioDeviceNotifier : public QObject
 public:
     using QObject::QObject;
 
+    // The input devices of the latest discovery; empty until one has listed some.
+    QList<AudioDevice> inputDevices() const { return m_inputDevices; }
+    void publishInputDevices(const QList<AudioDevice>& devices);
+
 Q_SIGNALS:
     void audioDeviceChanged(const AudioDevice& device);
+    void inputDevicesChanged(const QList<AudioDevice>& devices);
+
+private:
+    QList<AudioDevice> m_inputDevices;
 };
 
 class AudioDeviceManager : public QObject
@@ -50,8 +60,6 @@ public:
         NoInputDevices,            // it lists no input (monitors of outputs do not count)
     };
     Q_ENUM(AudioDeviceError)
-
-    static constexpr auto selectedDeviceKey = "selectedAudioDevice";
 
     // Reads the stored choice, starts listening for device changes and runs a
     // first discovery. `settings` must outlive the manager.

@@ -1,5 +1,6 @@
 #include "call/CallController.h"
 
+#include "audio/AudioDeviceChoice.h"
 #include "audio/AudioDeviceManager.h"
 #include "call/CallSession.h"
 #include "call/TranscriptionViewModel.h"
@@ -16,11 +17,11 @@
 #include <QProcess>
 #include <QStandardPaths>
 
+#include <algorithm>
+
 using namespace Qt::StringLiterals;
 
 namespace {
-
-const auto selectedAudioDeviceKey = u"selectedAudioDevice"_s;
 
 QString yesNo(bool value)
 {
@@ -61,8 +62,8 @@ CallController::CallController(CaptureBackend& capture, SettingsStore& settings,
         m_options.whisperInputPath =
             QDir(AppPaths::documentsDirectory()).filePath(u"whisper_input.wav"_s);
     }
-    if (!m_options.openPrivacySettings) {
-        m_options.openPrivacySettings = [] {
+    if (!m_options.openSoundSettings) {
+        m_options.openSoundSettings = [] {
             if (!openDesktopSoundSettings()) {
                 qCWarning(lcCall) << "⚠️ No sound settings program found: allow recording in "
                                      "your desktop's sound settings";
@@ -95,16 +96,21 @@ CallController::CallController(CaptureBackend& capture, SettingsStore& settings,
     loadStoredAudioDevice();
     connect(AudioDeviceManager::notifier(), &AudioDeviceNotifier::audioDeviceChanged, this,
             &CallController::handleAudioDeviceChanged);
+    connect(AudioDeviceManager::notifier(), &AudioDeviceNotifier::inputDevicesChanged, this,
+            &CallController::nameLoadedAudioDevice);
 
     if (m_options.makeSession) {
         m_ownSession = m_options.makeSession(*this);
-        m_session = m_ownSession.get();
+        setSession(m_ownSession.get());
     }
 }
 
 CallController::~CallController()
 {
     // The session goes first: it must not report into a controller being torn down.
+    if (m_session) {
+        disconnect(m_session, nullptr, this, nullptr);
+    }
     m_session = nullptr;
     m_ownSession.reset();
     m_permissionTimer.stop();
@@ -140,11 +146,30 @@ void CallController::setRecognizer(SpeechRecognizer* recognizer)
 
 void CallController::setSession(CallSession* session)
 {
+    if (m_session) {
+        disconnect(m_session, nullptr, this, nullptr);
+    }
     m_session = session;
+    if (!m_session) {
+        mirrorSessionState();
+        return;
+    }
+    // The session owns its state; the call record keeps the copy its screens read.
+    connect(m_session, &CallSession::isConnectedChanged, this, &CallController::mirrorSessionState);
+    connect(m_session, &CallSession::sessionReadyChanged, this,
+            &CallController::mirrorSessionState);
+    connect(m_session, &CallSession::sessionCallIdChanged, this,
+            &CallController::mirrorSessionCallId);
+    connect(m_session, &CallSession::reachabilityChanged, this,
+            &CallController::mirrorBackendReachable);
+    connect(m_session, &CallSession::agentModeReported, this, &CallController::setAgentMode);
+    mirrorSessionState();
 }
 
-void CallController::setSessionState(bool connected, bool ready)
+void CallController::mirrorSessionState()
 {
+    const bool connected = m_session && m_session->isConnected();
+    const bool ready = m_session && m_session->sessionReady();
     const bool changed = m_callModel.wsIsConnected != connected || m_isSessionReady != ready;
     m_callModel.wsIsConnected = connected;
     m_isSessionReady = ready;
@@ -156,7 +181,7 @@ void CallController::setSessionState(bool connected, bool ready)
     }
 }
 
-void CallController::setSessionCallId(const QString& callId)
+void CallController::mirrorSessionCallId(const QString& callId)
 {
     if (m_callModel.wsConnectionId == callId)
         return;
@@ -164,7 +189,7 @@ void CallController::setSessionCallId(const QString& callId)
     Q_EMIT callModelChanged();
 }
 
-void CallController::setBackendReachable(bool reachable)
+void CallController::mirrorBackendReachable(bool reachable)
 {
     if (m_backendReachable == reachable)
         return;
@@ -243,16 +268,35 @@ void CallController::loadModel(const QString& path)
 
 void CallController::loadStoredAudioDevice()
 {
-    const std::optional<QString> id = m_settings.stringValue(selectedAudioDeviceKey);
-    if (!id || id->isEmpty()) {
+    const std::optional<QString> id = AudioDeviceChoice::storedId(m_settings);
+    if (!id) {
         return;
     }
+    // Only the id is stored: until a device list names it, the id stands for the name.
     AudioDevice device;
     device.id = *id;
-    device.name = *id; // the device list supplies the description once it is known
+    device.name = *id;
     m_selectedAudioDevice = device;
+    m_loadedAudioDeviceUnnamed = true;
+    nameLoadedAudioDevice(AudioDeviceManager::notifier()->inputDevices());
+}
+
+void CallController::nameLoadedAudioDevice(const QList<AudioDevice>& devices)
+{
+    if (!m_loadedAudioDeviceUnnamed || !m_selectedAudioDevice) {
+        return;
+    }
+    const auto listed = std::find_if(devices.cbegin(), devices.cend(), [this](const auto& device) {
+        return device.id == m_selectedAudioDevice->id;
+    });
+    if (listed == devices.cend()) {
+        return;
+    }
+    m_loadedAudioDeviceUnnamed = false;
+    m_selectedAudioDevice = *listed;
+    Q_EMIT selectedAudioDeviceChanged();
     qCInfo(lcCall).noquote() << u"🎤 [CallController] Loaded selected audio device: "_s +
-                                    device.name;
+                                    listed->name;
 }
 
 void CallController::checkPermissions(bool requestIfNecessary)
@@ -265,12 +309,13 @@ void CallController::checkPermissions(bool requestIfNecessary)
                                     yesNo(requestIfNecessary);
     const QString source = m_selectedAudioDevice ? m_selectedAudioDevice->id : QString();
     m_worker.post([this, requestIfNecessary, source] {
-        const PermissionResult screen = m_capture.checkSystemAudioAccess();
-        if (screen.granted) {
+        // What stands for the screen-recording permission: may the system audio be recorded?
+        const PermissionResult systemAudio = m_capture.checkSystemAudioAccess();
+        if (systemAudio.granted) {
             qCInfo(lcCall) << "🔐 Screen recording permission: GRANTED";
         } else {
             qCInfo(lcCall).noquote()
-                << u"🔐 Screen recording permission: DENIED - "_s + screen.error;
+                << u"🔐 Screen recording permission: DENIED - "_s + systemAudio.error;
         }
 
         const MicrophoneAuthorization status = m_capture.microphoneAuthorization(source);
@@ -303,22 +348,22 @@ void CallController::checkPermissions(bool requestIfNecessary)
 
         QMetaObject::invokeMethod(
             this,
-            [this, screen = screen.granted, microphone, requestIfNecessary] {
-                if (!screen && requestIfNecessary) {
+            [this, systemAudio = systemAudio.granted, microphone, requestIfNecessary] {
+                if (!systemAudio && requestIfNecessary) {
                     qCInfo(lcCall)
                         << "🔐 Screen recording permission needed - opening privacy settings";
                     openPrivacySettings();
                 }
-                applyPermissionResult(screen, microphone);
+                applyPermissionResult(systemAudio, microphone);
             },
             Qt::QueuedConnection);
     });
 }
 
-void CallController::applyPermissionResult(bool screen, bool microphone)
+void CallController::applyPermissionResult(bool systemAudio, bool microphone)
 {
-    const bool combined = screen && microphone;
-    qCInfo(lcCall).noquote() << u"🔐 Final permission status - Screen: "_s + yesNo(screen) +
+    const bool combined = systemAudio && microphone;
+    qCInfo(lcCall).noquote() << u"🔐 Final permission status - Screen: "_s + yesNo(systemAudio) +
                                     u", Mic: "_s + yesNo(microphone) + u", Combined: "_s +
                                     yesNo(combined);
     if (m_hasRequiredPermissions != combined) {
@@ -359,7 +404,7 @@ void CallController::stopPermissionPolling()
 
 void CallController::openPrivacySettings()
 {
-    m_options.openPrivacySettings();
+    m_options.openSoundSettings();
     qCInfo(lcCall) << "🔐 Opened privacy settings";
 }
 
@@ -500,7 +545,8 @@ void CallController::setCaptureError(const QString& error)
 void CallController::selectAudioDevice(const AudioDevice& device)
 {
     m_selectedAudioDevice = device;
-    m_settings.setString(selectedAudioDeviceKey, device.id);
+    m_loadedAudioDeviceUnnamed = false;
+    AudioDeviceChoice::store(m_settings, device.id);
     Q_EMIT selectedAudioDeviceChanged();
     qCInfo(lcCall).noquote() << u"🎤 [CallController] Stored selected audio device: "_s +
                                     device.name;
@@ -510,6 +556,7 @@ void CallController::handleAudioDeviceChanged(const AudioDevice& device)
 {
     qCInfo(lcCall).noquote() << u"🎤 [CallController] Audio device changed to: "_s + device.name;
     m_selectedAudioDevice = device;
+    m_loadedAudioDeviceUnnamed = false;
     Q_EMIT selectedAudioDeviceChanged();
     if (m_isLive) {
         // The running streams stay as they are.

@@ -7,6 +7,7 @@
 #include "audio/CallAudioPipeline.h"
 #include "audio/CaptureBackend.h"
 #include "call/CallModel.h"
+#include "call/CallSession.h"
 #include "call/TranscriptionViewModel.h"
 #include "core/SerialWorker.h"
 
@@ -17,7 +18,6 @@
 #include <functional>
 #include <memory>
 
-class CallSession;
 class LocalSpeechRecognizer;
 class ModelDownloader;
 class SettingsStore;
@@ -54,8 +54,9 @@ public:
         QString whisperInputPath;
         // Monotonic time for the chunk and level rules; tests inject their own.
         CaptureBuffers::Clock clock = std::chrono::steady_clock::now;
-        // Opens the desktop's sound settings; the default tries the usual ones.
-        std::function<void()> openPrivacySettings;
+        // Opens the desktop's sound settings, where recording is allowed or
+        // blocked; the default tries the usual ones.
+        std::function<void()> openSoundSettings;
         // Makes the backend session of every call, once, at construction;
         // without it calls run locally.
         std::function<std::unique_ptr<CallSession>(CallController&)> makeSession;
@@ -88,16 +89,13 @@ public:
 
     // Seams filled by the application: recognition and the backend session.
     // Without a recognizer chunks are dropped; without a connected session
-    // recognized text is only shown.
+    // recognized text is only shown. The session's state (connection, its
+    // call id, agent mode as the backend reports it, whether the backend can
+    // be reached) is mirrored into the call record from the session's signals.
     void setRecognizer(SpeechRecognizer* recognizer);
     void setSession(CallSession* session);
     CallSession* session() const { return m_session; }
 
-    // What the session reports: the socket's state, the backend's session and
-    // its call id, and whether the backend can be reached at all.
-    void setSessionState(bool connected, bool ready);
-    void setSessionCallId(const QString& callId);
-    void setBackendReachable(bool reachable);
     bool isSessionReady() const { return m_isSessionReady; }
     QString serverStatusText() const;
 
@@ -127,6 +125,8 @@ public:
     Q_INVOKABLE void endCall();
 
     Q_INVOKABLE void selectAudioDevice(const AudioDevice& device);
+    // The user's agent-mode choice: kept in the call record, then sent with
+    // sendAgentSettings().
     Q_INVOKABLE void sendAgentSettings();
     void setAgentMode(bool enabled, int suggestionIntervalMs);
 
@@ -157,11 +157,15 @@ Q_SIGNALS:
     void captureStarted(const QString& error);
 
 private:
-    void applyPermissionResult(bool screen, bool microphone);
+    void mirrorSessionState();
+    void mirrorSessionCallId(const QString& callId);
+    void mirrorBackendReachable(bool reachable);
+    void applyPermissionResult(bool systemAudio, bool microphone);
     void publishLevel(LevelReading reading);
     void handleChunk(const CallChunk& chunk);
     void setCaptureError(const QString& error);
     void loadStoredAudioDevice();
+    void nameLoadedAudioDevice(const QList<AudioDevice>& devices);
     void setInitializationState(const QString& status, double progress, bool finished);
     void loadModel(const QString& path);
 
@@ -178,11 +182,13 @@ private:
     QString m_initializationStatus = QStringLiteral("Setting up app...");
     double m_initializationProgress = 0.0;
     std::optional<AudioDevice> m_selectedAudioDevice;
+    // The stored device is known by its id only until a device list names it.
+    bool m_loadedAudioDeviceUnnamed = false;
     QString m_captureError;
 
     QPointer<SpeechRecognizer> m_recognizer;
     std::unique_ptr<LocalSpeechRecognizer> m_localRecognizer;
-    CallSession* m_session = nullptr;
+    QPointer<CallSession> m_session;
     std::unique_ptr<CallSession> m_ownSession; // made by Options::makeSession
     bool m_isSessionReady = false;
     bool m_backendReachable = true;

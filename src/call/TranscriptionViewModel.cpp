@@ -118,11 +118,9 @@ void TranscriptionViewModel::applyServer(const QList<TranscriptionSegment>& segm
         } else {
             m_segments.append(segment);
         }
-        if (!segment.isPartial) {
-            appendText(segment.text);
-        }
     }
     Q_EMIT speakerSegmentsChanged();
+    Q_EMIT serverSegmentsAdded(segments);
 }
 
 void TranscriptionViewModel::applyClear()

@@ -55,8 +55,8 @@ public:
     QList<TranscriptionSegment> speakerSegments() const { return m_segments; }
     // The same, as gadgets in a list QML can read.
     QVariantList speakerSegmentList() const;
-    // All final text so far, separated by single spaces; provisional text is
-    // not part of it until the backend confirms it.
+    // The user's own recognized text so far, separated by single spaces; the
+    // backend's segments are in the segment list only.
     QString transcriptionText() const { return m_text; }
 
     // One accepted chunk of the user's own speech: appended to the flat text
@@ -72,7 +72,7 @@ public:
     // element that is not an object, or whose speaker, text or isPartial has
     // the wrong type, or whose text is blank, is skipped. A segment replaces
     // its speaker's latest segment when that one is provisional; otherwise it
-    // is added. Final text is also appended to the flat text.
+    // is added. The flat text is left as it is.
     void addServerSegments(const QJsonObject& message);
 
     // The transcript as the "Copy as Markdown" action puts it on the clipboard.
@@ -86,6 +86,8 @@ public:
 Q_SIGNALS:
     void speakerSegmentsChanged();
     void transcriptionTextChanged();
+    // The backend's segments of one message, as they entered the list.
+    void serverSegmentsAdded(const QList<TranscriptionSegment>& segments);
 
 private:
     void applyLocal(const QString& text);

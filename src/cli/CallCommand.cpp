@@ -77,6 +77,8 @@ public:
         connect(m_controller.transcriptionViewModel(),
                 &TranscriptionViewModel::transcriptionTextChanged, this,
                 &HeadlessCall::printTranscript);
+        connect(m_controller.transcriptionViewModel(), &TranscriptionViewModel::serverSegmentsAdded,
+                this, &HeadlessCall::printServerSegments);
         connect(&m_controller, &CallController::callModelChanged, this, &HeadlessCall::printLevel);
         connect(&m_controller, &CallController::initializationChanged, this, [this] {
             emitLine(u"model"_s,
@@ -236,9 +238,18 @@ private:
         }
         const QString added = text.mid(m_printedTranscript).trimmed();
         m_printedTranscript = text.size();
-        if (added == m_shownSpeech)
-            return; // the backend's copy of a line shown with its speaker already
         emitLine(u"transcript"_s, {{u"text"_s, added}}, u"» "_s + added);
+    }
+
+    // The backend's processed segments, final ones only, with their speakers.
+    void printServerSegments(const QList<TranscriptionSegment>& segments)
+    {
+        for (const TranscriptionSegment& segment : segments) {
+            if (segment.isPartial || segment.text == m_shownSpeech)
+                continue; // the backend's copy of a line shown with its speaker already
+            emitLine(u"transcript"_s, {{u"speaker"_s, segment.speaker}, {u"text"_s, segment.text}},
+                     u"» "_s + segment.speaker + u": "_s + segment.text);
+        }
     }
 
     void printLevel()

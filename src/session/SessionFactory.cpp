@@ -28,7 +28,6 @@ makeSessionFactory(SessionSettings settings, const QPointer<SummaryModel>& summa
         auto session = std::make_unique<SocketController>(
             settings.backendUrl, QString(), controller.transcriptionViewModel(),
             settings.initialConfigJson, dependencies, settings.timing);
-        session->setCallController(&controller);
         if (summary) {
             session->setSummaryModel(summary);
             feedSummaryFromTranscript(*summary, controller.transcriptionViewModel());

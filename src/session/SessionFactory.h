@@ -1,6 +1,6 @@
 // How a call gets its backend session: one SocketController for the call
-// controller, fed with fresh tokens, reporting into the controller and feeding
-// the live summary.
+// controller, fed with fresh tokens, observed by the controller through its
+// signals and feeding the live summary.
 #pragma once
 
 #include "account/AccessTokenProvider.h"

@@ -60,7 +60,7 @@ private:
         return QTest::qWaitFor([&] { return received(name).size() >= count; }, 10'000);
     }
 
-    void makeSession(std::optional<QString> token = u"token-1"_s)
+    void makeSession(std::optional<QString> token = u"token-1"_s, bool withSummary = true)
     {
         m_token = std::move(token);
         SessionSettings settings;
@@ -73,7 +73,7 @@ private:
         settings.timing.socket.reconnectionDelayMax = 200ms;
         CallController::Options options;
         options.whisperInputPath = m_home->path() + u"/whisper_input.wav"_s;
-        options.makeSession = makeSessionFactory(settings, m_summary.get());
+        options.makeSession = makeSessionFactory(settings, withSummary ? m_summary.get() : nullptr);
         m_controller = std::make_unique<CallController>(m_capture, *m_settings, options);
         m_session = dynamic_cast<SocketController*>(m_controller->session());
         QVERIFY(m_session);
@@ -231,10 +231,10 @@ private Q_SLOTS:
         QFETCH(bool, ready);
         QFETCH(QString, callId);
         makeSession();
-        m_controller->setSessionCallId(u"before"_s);
         LogCapture log;
-        QVERIFY(m_controller->startCall());
-        QVERIFY(waitForReceived(u"initializeSession"_s));
+        // The backend named the call "before"; now it initializes the session again.
+        startReadySession({{u"callId"_s, u"before"_s}});
+        m_statusChanges.clear();
         m_server->emitEvent(u"sessionInitialized"_s, {payload});
         QTRY_COMPARE_WITH_TIMEOUT(m_statusChanges, QList<bool>{ready}, 10'000);
         QCOMPARE(m_session->sessionReady(), ready);
@@ -490,6 +490,52 @@ private Q_SLOTS:
         m_session->handleEvent(u"sessionInitialized"_s, {QJsonObject{{u"callId"_s, u"srv-9"_s}}});
         QVERIFY(m_session->sessionReady());
         QCOMPARE(m_controller->callModel().wsConnectionId, u"srv-9"_s);
+    }
+
+    // Ending the call while a reconnection waits for its session stops the
+    // time-out, and says so; with none pending there is nothing to say.
+    void disconnectClearsAPendingTimeout_data()
+    {
+        QTest::addColumn<bool>("reconnecting");
+        QTest::newRow("waiting for a reconnected session") << true;
+        QTest::newRow("ready session") << false;
+    }
+
+    void disconnectClearsAPendingTimeout()
+    {
+        QFETCH(bool, reconnecting);
+        makeSession();
+        startReadySession();
+        if (reconnecting) {
+            QVERIFY(m_server->dropTransports() >= 1);
+            QVERIFY(waitForReceived(u"initializeSession"_s, 2));
+        }
+        LogCapture log;
+        m_controller->endCall();
+        QCOMPARE(log.lines({u"⏰"_s}), reconnecting
+                                          ? QStringList{u"⏰ Clearing connection timeout timer"_s}
+                                          : QStringList());
+        QTest::qWait(600); // past the time-out
+        QVERIFY(!log.lines().contains(u"❌ Session error: Connection/Session timeout"_s));
+        QCOMPARE(m_statusChanges, QList<bool>{true});
+    }
+
+    // The summary model is attached to the session when there is one.
+    void attachesTheSummaryModel_data()
+    {
+        QTest::addColumn<bool>("withSummary");
+        QTest::newRow("with a summary model") << true;
+        QTest::newRow("without") << false;
+    }
+
+    void attachesTheSummaryModel()
+    {
+        QFETCH(bool, withSummary);
+        LogCapture log;
+        makeSession(u"token-1"_s, withSummary);
+        QCOMPARE(log.lines({u"🔧 Setting up summary model"_s}),
+                 withSummary ? QStringList{u"🔧 Setting up summary model socket listeners"_s}
+                             : QStringList());
     }
 
     // Ending the call disconnects for good: nothing comes back on its own.

@@ -1,6 +1,9 @@
 #include "call/CallController.h"
 
+#include "LogCapture.h"
 #include "SignalAnalysis.h"
+#include "audio/AudioDeviceChoice.h"
+#include "audio/AudioDeviceManager.h"
 #include "audio/ChunkMixer.h"
 #include "call/CallSession.h"
 #include "call/TranscriptionViewModel.h"
@@ -83,12 +86,22 @@ public:
     std::atomic<int> requests = 0;
 };
 
+// A session the test drives: it says what it is told and reports by its signals.
 class TestSession : public CallSession
 {
 public:
     void connect() override { ++connects; }
     void disconnect() override { ++disconnects; }
     bool isConnected() const override { return connected; }
+    bool sessionReady() const override { return ready; }
+
+    void report(bool isConnected, bool isReady)
+    {
+        connected = isConnected;
+        ready = isReady;
+        Q_EMIT isConnectedChanged();
+        Q_EMIT sessionReadyChanged();
+    }
     void sendClientTranscription(const QString& text, const std::optional<QString>& speaker,
                                  double confidence,
                                  const std::optional<QJsonArray>& segments) override
@@ -105,6 +118,7 @@ public:
     int connects = 0;
     int disconnects = 0;
     bool connected = false;
+    bool ready = false;
     QStringList sent;
     QList<QPair<bool, int>> agentSettings;
 };
@@ -137,7 +151,7 @@ private:
         CallController::Options options;
         options.whisperInputPath = wavPath();
         options.clock = [this] { return m_now.load(); };
-        options.openPrivacySettings = [this] { ++m_privacyOpened; };
+        options.openSoundSettings = [this] { ++m_privacyOpened; };
         return std::make_unique<CallController>(*m_backend, *m_settings, options);
     }
 
@@ -158,6 +172,7 @@ private Q_SLOTS:
         m_backend = std::make_unique<TestCaptureBackend>();
         m_now = std::chrono::steady_clock::time_point{} + 1h;
         m_privacyOpened = 0;
+        AudioDeviceManager::notifier()->publishInputDevices({});
     }
 
     void permissions_data()
@@ -283,6 +298,80 @@ private Q_SLOTS:
         session.connected = false;
         controller->sendAgentSettings();
         QCOMPARE(session.agentSettings.size(), 1);
+    }
+
+    // The session owns its state; the call record mirrors it from the
+    // session's signals alone, and stops hearing a session it let go of.
+    void mirrorsTheSessionState()
+    {
+        auto controller = makeController();
+        TestSession session;
+        session.connected = true;
+        controller->setSession(&session);
+        QVERIFY(controller->callModel().wsIsConnected); // taken over at once
+        QVERIFY(!controller->isSessionReady());
+        startLive(*controller);
+
+        session.report(true, true);
+        QVERIFY(controller->isSessionReady());
+        QSignalSpy modelChanges(controller.get(), &CallController::callModelChanged);
+        Q_EMIT session.sessionCallIdChanged(u"call-7"_s);
+        Q_EMIT session.agentModeReported(true, 20000);
+        QCOMPARE(controller->callModel().wsConnectionId, u"call-7"_s);
+        QVERIFY(controller->callModel().isAgentModeEnabled);
+        QCOMPARE(controller->callModel().agentSuggestionIntervalMs, 20000);
+        QCOMPARE(modelChanges.size(), 2);
+
+        // An unreachable backend shows while the call is live, until a session is ready again.
+        Q_EMIT session.reachabilityChanged(false);
+        QCOMPARE(controller->serverStatusText(),
+                 QString::fromLatin1(CallController::serverOfflineText));
+        session.report(false, false);
+        QVERIFY(!controller->callModel().wsIsConnected && !controller->isSessionReady());
+        QVERIFY(!controller->serverStatusText().isEmpty());
+        session.report(true, true);
+        QVERIFY(controller->serverStatusText().isEmpty());
+
+        controller->setSession(nullptr);
+        QVERIFY(!controller->callModel().wsIsConnected && !controller->isSessionReady());
+        Q_EMIT session.sessionCallIdChanged(u"call-8"_s);
+        Q_EMIT session.agentModeReported(false, 5000);
+        session.report(true, true);
+        QCOMPARE(controller->callModel().wsConnectionId, u"call-7"_s);
+        QVERIFY(controller->callModel().isAgentModeEnabled);
+        QVERIFY(!controller->isSessionReady());
+    }
+
+    // The stored choice is known by its id until a device list names it; the
+    // load is logged with the name, once, as soon as a list has it.
+    void loadedDeviceIsNamedFromTheList_data()
+    {
+        QTest::addColumn<bool>("listedBeforeLoad");
+        QTest::newRow("list known at load") << true;
+        QTest::newRow("list after load") << false;
+    }
+
+    void loadedDeviceIsNamedFromTheList()
+    {
+        QFETCH(bool, listedBeforeLoad);
+        const QString loaded = u"🎤 [CallController] Loaded selected audio device: "_s;
+        const AudioDevice headset{u"alsa_input.usb-headset"_s, u"USB Headset"_s};
+        const QList<AudioDevice> listed{{u"alsa_input.pci-builtin"_s, u"Built-in"_s}, headset};
+        QVERIFY(AudioDeviceChoice::store(*m_settings, headset.id));
+        AudioDeviceNotifier* notifier = AudioDeviceManager::notifier();
+        LogCapture log;
+        if (listedBeforeLoad)
+            notifier->publishInputDevices(listed);
+        auto controller = makeController();
+        if (!listedBeforeLoad) {
+            QCOMPARE(controller->selectedAudioDevice()->name, headset.id);
+            notifier->publishInputDevices({listed.first()}); // not in this one
+            QVERIFY(log.lines({loaded}).isEmpty());
+            notifier->publishInputDevices(listed);
+        }
+        QCOMPARE(controller->selectedAudioDevice(), headset);
+        notifier->publishInputDevices(listed);
+        QCOMPARE(log.lines({loaded}), QStringList{loaded + headset.name});
     }
 
     // The stored device is used even when it is gone (the call goes on without
