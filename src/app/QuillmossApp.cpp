@@ -11,6 +11,7 @@
 #include "store/KeychainManager.h"
 #include "app/PostHogService.h"
 #include "store/SettingsStore.h"
+#include "app/LinkRouter.h"
 #include "app/SingleInstance.h"
 #include "app/ThemeManager.h"
 #include "app/UpdateManager.h"
@@ -71,6 +72,8 @@ QuillmossApp::QuillmossApp(AppOptions options, QObject* parent)
     authOptions.webUrl = m_options.webUrl;
     authOptions.openUrl = m_options.openUrl;
     m_authService = std::make_unique<AuthenticationService>(m_keychain, authOptions);
+    m_linkRouter = std::make_unique<LinkRouter>(
+        [auth = m_authService.get()](const QUrl& url) { auth->handleRedirect(url); });
     m_themeManager = std::make_unique<ThemeManager>(*m_settings);
     m_modelDownloader = std::make_unique<ModelDownloader>(m_options.modelBaseUrl);
     m_updateManager = std::make_unique<UpdateManager>(m_options.updateFeedUrl, version());
@@ -197,11 +200,7 @@ bool QuillmossApp::listenForOtherLaunches()
 
 void QuillmossApp::handleUrl(const QUrl& url)
 {
-    if (url.scheme().compare(QLatin1String(appURLScheme), Qt::CaseInsensitive) != 0) {
-        qCWarning(lcApp).noquote() << u"⚠️ Ignoring a URL of scheme \"%1\""_s.arg(url.scheme());
-        return;
-    }
-    m_authService->handleRedirect(url);
+    m_linkRouter->route(url);
 }
 
 void QuillmossApp::openTermsOfService()

@@ -22,6 +22,7 @@ class ContentView;
 class FeedbackForm;
 class FeedbackService;
 class KeychainManager;
+class LinkRouter;
 class ModelCatalogueModel;
 class ModelDownloader;
 class PostHogService;
@@ -58,7 +59,7 @@ public:
     // Listens for URLs from later launches; false when another instance runs.
     bool listenForOtherLaunches();
 
-    // Every URL the app is given (command line, later launches).
+    // Every URL the app is given (command line, later launches), to the LinkRouter.
     Q_INVOKABLE void handleUrl(const QUrl& url);
     // The login screen's "Terms of Service" link, in the browser.
     Q_INVOKABLE void openTermsOfService();
@@ -74,6 +75,8 @@ public:
     ContentView& contentView() const { return *m_contentView; }
     FeedbackForm& feedbackForm() const { return *m_feedbackForm; }
     SettingsStore& settings() const { return *m_settings; }
+    // Where an MCP sign-in registers for its OAuth callbacks.
+    LinkRouter& linkRouter() const { return *m_linkRouter; }
     QQmlApplicationEngine& engine() const { return *m_engine; }
     QQuickWindow* mainWindow() const;
 
@@ -88,6 +91,7 @@ private:
     std::unique_ptr<SettingsStore> m_settings;
     KeychainManager& m_keychain;
     std::unique_ptr<AuthenticationService> m_authService;
+    std::unique_ptr<LinkRouter> m_linkRouter;
     std::unique_ptr<ThemeManager> m_themeManager;
     std::unique_ptr<ModelDownloader> m_modelDownloader;
     std::unique_ptr<UpdateManager> m_updateManager;
