@@ -11,9 +11,9 @@ Rectangle {
 
     // What CallHistoryListModel.detail() gives for the call (a CallDetail).
     property var detail: ({})
-    // The CallHistoryListModel (or a stand-in) and the Clipboard.
-    property var historyModel: null
-    property var clipboard: null
+    // The CallHistoryListModel and the Clipboard (or stand-ins).
+    required property var historyModel
+    required property var clipboard
 
     signal back()
 

@@ -5,30 +5,30 @@
 #include "account/CallHistoryService.h"
 #include "account/FeedbackForm.h"
 #include "account/FeedbackService.h"
-#include "store/AppPaths.h"
 #include "app/Clipboard.h"
 #include "app/ContentView.h"
-#include "store/KeychainManager.h"
-#include "app/PostHogService.h"
-#include "store/SettingsStore.h"
 #include "app/LinkRouter.h"
+#include "app/PostHogService.h"
+#include "app/ScreenServices.h"
 #include "app/SingleInstance.h"
 #include "app/ThemeManager.h"
 #include "app/UpdateManager.h"
 #include "app/WindowState.h"
 #include "audio/AudioDeviceManager.h"
+#include "audio/PulseCaptureBackend.h"
 #include "call/CallController.h"
-#include "recognition/LocalSpeechRecognizer.h"
+#include "core/Logging.h"
 #include "models/ModelCatalogueModel.h"
 #include "models/ModelDownloader.h"
-#include "audio/PulseCaptureBackend.h"
-#include "core/Logging.h"
+#include "recognition/LocalSpeechRecognizer.h"
 #include "session/SessionFactory.h"
 #include "session/SummaryModel.h"
+#include "store/AppPaths.h"
+#include "store/KeychainManager.h"
+#include "store/SettingsStore.h"
 
 #include <QDesktopServices>
 #include <QQmlApplicationEngine>
-#include <QQmlContext>
 #include <QQuickWindow>
 
 using namespace Qt::StringLiterals;
@@ -83,25 +83,24 @@ QuillmossApp::QuillmossApp(AppOptions options, QObject* parent)
     wireServices();
 
     m_engine = std::make_unique<QQmlApplicationEngine>();
-    QQmlContext* context = m_engine->rootContext();
-    context->setContextProperty(u"app"_s, this);
-    context->setContextProperty(u"authService"_s, m_authService.get());
-    context->setContextProperty(u"themeManager"_s, m_themeManager.get());
-    context->setContextProperty(u"modelDownloader"_s, m_modelDownloader.get());
-    context->setContextProperty(u"updateManager"_s, m_updateManager.get());
-    context->setContextProperty(u"postHogService"_s, m_postHogService.get());
-    context->setContextProperty(u"callController"_s, m_callController.get());
-    context->setContextProperty(u"transcriptionViewModel"_s,
-                                m_callController->transcriptionViewModel());
-    context->setContextProperty(u"summaryModel"_s, m_summaryModel.get());
-    context->setContextProperty(u"audioDevices"_s, m_audioDevices.get());
-    context->setContextProperty(u"callHistory"_s, m_callHistory.get());
-    context->setContextProperty(u"callHistoryModel"_s, m_callHistoryModel.get());
-    context->setContextProperty(u"feedbackForm"_s, m_feedbackForm.get());
-    context->setContextProperty(u"modelCatalogue"_s, m_modelCatalogue.get());
-    context->setContextProperty(u"contentView"_s, m_contentView.get());
-    context->setContextProperty(u"windowState"_s, m_windowState.get());
-    context->setContextProperty(u"clipboard"_s, m_clipboard.get());
+    ScreenServices& screens = ScreenServices::exposeTo(*m_engine);
+    screens.app = this;
+    screens.authService = m_authService.get();
+    screens.themeManager = m_themeManager.get();
+    screens.modelDownloader = m_modelDownloader.get();
+    screens.updateManager = m_updateManager.get();
+    screens.postHogService = m_postHogService.get();
+    screens.callController = m_callController.get();
+    screens.transcriptionViewModel = m_callController->transcriptionViewModel();
+    screens.summaryModel = m_summaryModel.get();
+    screens.audioDevices = m_audioDevices.get();
+    screens.callHistory = m_callHistory.get();
+    screens.callHistoryModel = m_callHistoryModel.get();
+    screens.feedbackForm = m_feedbackForm.get();
+    screens.modelCatalogue = m_modelCatalogue.get();
+    screens.contentView = m_contentView.get();
+    screens.windowState = m_windowState.get();
+    screens.clipboard = m_clipboard.get();
 }
 
 QuillmossApp::~QuillmossApp()

@@ -36,7 +36,7 @@ class UpdateManager;
 class WindowState;
 
 // Lives on the GUI thread for the life of the program. The screens see the
-// services as context properties named as the members below; besides them
+// services through ScreenServices, named as the members below; besides them
 // they see this object as `app`, for what belongs to no single service.
 class QuillmossApp : public QObject
 {
