@@ -9,7 +9,7 @@ Rectangle {
     objectName: "callControlCard"
 
     // The call controller (or a stand-in with the same properties).
-    property var controller
+    required property var controller
     readonly property var call: controller ? controller.callModel : null
     readonly property string callState: !controller ? "initializing"
         : controller.isLive ? (call && call.isAudioPaused ? "paused" : "live")

@@ -9,13 +9,15 @@ Rectangle {
     objectName: "callControlPage"
     color: Theme.background
 
-    property var controller
-    property var transcript
-    property var summary
+    // CallController, TranscriptionViewModel, SummaryModel and Clipboard (or stand-ins).
+    required property var controller
+    required property var transcript
+    required property var summary
+    required property var clipboard
+    // Receives the screen's named analytics events; null sends none.
+    required property var analytics
+    // The local recognizer's status, null until a model is loaded.
     property var recognitionStatus
-    property var clipboard
-    // Optional: receives the screen's named analytics events.
-    property var analytics: null
 
     ColumnLayout {
         anchors.fill: parent

@@ -8,7 +8,7 @@ ColumnLayout {
     objectName: "feedbackSection"
 
     // The FeedbackForm (or a stand-in).
-    property var feedbackForm: null
+    required property var feedbackForm
 
     readonly property bool submitting: feedbackForm ? feedbackForm.isSubmitting : false
 

@@ -8,9 +8,9 @@ Rectangle {
     objectName: "historyPage"
 
     // CallHistoryService, CallHistoryListModel and Clipboard (or stand-ins).
-    property var history: null
-    property var historyModel: null
-    property var clipboard: null
+    required property var history
+    required property var historyModel
+    required property var clipboard
 
     // The call whose details are open; empty for the list.
     property string selectedCallId: ""

@@ -6,6 +6,15 @@ import QtQuick.Window
 ApplicationWindow {
     id: window
     objectName: "mainWindow"
+
+    // The app's long-lived services (ScreenServices); the screens below are
+    // handed the ones they read.
+    required property QtObject services
+    readonly property var windowState: services.windowState
+    readonly property var themeManager: services.themeManager
+    readonly property var contentView: services.contentView
+    readonly property var authService: services.authService
+
     title: "Quillmoss"
     visible: true
     x: windowState.geometry.x >= 0 ? windowState.geometry.x : (Screen.width - width) / 2
@@ -86,20 +95,20 @@ ApplicationWindow {
     Component {
         id: errorScreen
         ErrorScreen {
-            message: contentView.errorText
-            onRetry: authService.retryStartupCheck()
-            onSignInAgain: authService.requestSignOut()
+            message: window.contentView.errorText
+            onRetry: window.authService.retryStartupCheck()
+            onSignInAgain: window.authService.requestSignOut()
         }
     }
     Component {
         id: loginScreen
         LoginScreen {
-            onContinueWithGoogle: authService.startLogin()
-            onOpenTerms: app.openTermsOfService()
+            onContinueWithGoogle: window.authService.startLogin()
+            onOpenTerms: window.services.app.openTermsOfService()
         }
     }
     Component {
         id: mainView
-        MainView {}
+        MainView { services: window.services }
     }
 }

@@ -10,17 +10,30 @@ Rectangle {
     objectName: "mainView"
     color: Theme.background
 
+    // The app's long-lived services (ScreenServices), from the window.
+    required property QtObject services
+
+    // A section's page is compiled and built the first time it is opened,
+    // with the services it declares.
+    component Section: Loader {
+        required property url page
+        required property var pageServices
+        active: StackLayout.isCurrentItem || item !== null
+        // Kept until the loader turns active.
+        Component.onCompleted: setSource(page, pageServices)
+    }
+
     RowLayout {
         anchors.fill: parent
         spacing: 0
 
         Sidebar {
             Layout.fillHeight: true
-            items: contentView.sidebarItems
-            selectedKey: contentView.selectedItem
-            userName: authService.currentUser ? authService.currentUser.displayName : ""
-            callLive: callController.isLive
-            onSelected: key => contentView.selectedItem = key
+            items: root.services.contentView.sidebarItems
+            selectedKey: root.services.contentView.selectedItem
+            userName: root.services.authService.currentUser ? root.services.authService.currentUser.displayName : ""
+            callLive: root.services.callController.isLive
+            onSelected: key => root.services.contentView.selectedItem = key
         }
 
         StackLayout {
@@ -29,56 +42,54 @@ Rectangle {
             Layout.fillWidth: true
             Layout.fillHeight: true
             currentIndex: ["callControl", "callHistory", "integrations", "settings"]
-                          .indexOf(contentView.selectedItem)
+                          .indexOf(root.services.contentView.selectedItem)
             onCurrentIndexChanged: {
                 if (currentIndex === 0)
-                    postHogService.capture("Call Control View")
+                    root.services.postHogService.capture("Call Control View")
             }
             Component.onCompleted: {
                 if (currentIndex === 0)
-                    postHogService.capture("Call Control View")
+                    root.services.postHogService.capture("Call Control View")
             }
 
             Loader {
                 objectName: "callControlSection"
                 active: true
                 sourceComponent: CallControlPage {
-                    controller: callController
-                    transcript: transcriptionViewModel
-                    summary: summaryModel
-                    recognitionStatus: app.recognitionStatus
-                    clipboard: clipboard
-                    analytics: postHogService
+                    controller: root.services.callController
+                    transcript: root.services.transcriptionViewModel
+                    summary: root.services.summaryModel
+                    recognitionStatus: root.services.app.recognitionStatus
+                    clipboard: root.services.clipboard
+                    analytics: root.services.postHogService
                 }
             }
-            Loader {
+            Section {
                 objectName: "callHistorySection"
-                active: StackLayout.isCurrentItem || item !== null
-                source: "HistoryPage.qml"
-                onLoaded: {
-                    item.history = callHistory
-                    item.historyModel = callHistoryModel
-                    item.clipboard = clipboard
-                }
+                page: "HistoryPage.qml"
+                pageServices: ({
+                    history: root.services.callHistory,
+                    historyModel: root.services.callHistoryModel,
+                    clipboard: root.services.clipboard
+                })
             }
-            Loader {
+            Section {
                 objectName: "integrationsSection"
-                active: StackLayout.isCurrentItem || item !== null
-                source: "IntegrationsPage.qml"
+                page: "IntegrationsPage.qml"
+                pageServices: ({})
             }
-            Loader {
+            Section {
                 objectName: "settingsSection"
-                active: StackLayout.isCurrentItem || item !== null
-                source: "SettingsPage.qml"
-                onLoaded: {
-                    item.devices = audioDevices
-                    item.modelCatalogue = modelCatalogue
-                    item.modelDownloader = modelDownloader
-                    item.themeManager = themeManager
-                    item.authService = authService
-                    item.feedbackForm = feedbackForm
-                    item.updateManager = updateManager
-                }
+                page: "SettingsPage.qml"
+                pageServices: ({
+                    devices: root.services.audioDevices,
+                    modelCatalogue: root.services.modelCatalogue,
+                    modelDownloader: root.services.modelDownloader,
+                    themeManager: root.services.themeManager,
+                    authService: root.services.authService,
+                    feedbackForm: root.services.feedbackForm,
+                    updateManager: root.services.updateManager
+                })
             }
         }
     }

@@ -8,8 +8,8 @@ ColumnLayout {
     objectName: "modelManagement"
 
     // ModelCatalogueModel and ModelDownloader (or stand-ins).
-    property var modelCatalogue: null
-    property var modelDownloader: null
+    required property var modelCatalogue
+    required property var modelDownloader
 
     readonly property bool anyDownloading: modelDownloader ? modelDownloader.isDownloading : false
     readonly property string lastError: modelCatalogue && modelCatalogue.lastError ? modelCatalogue.lastError : ""

@@ -9,13 +9,13 @@ Rectangle {
 
     // AudioDeviceManager, ModelCatalogueModel, ModelDownloader, ThemeManager,
     // AuthenticationService, FeedbackForm and UpdateManager (or stand-ins).
-    property var devices: null
-    property var modelCatalogue: null
-    property var modelDownloader: null
-    property var themeManager: null
-    property var authService: null
-    property var feedbackForm: null
-    property var updateManager: null
+    required property var devices
+    required property var modelCatalogue
+    required property var modelDownloader
+    required property var themeManager
+    required property var authService
+    required property var feedbackForm
+    required property var updateManager
 
     readonly property var deviceList: devices && devices.availableInputDevices ? devices.availableInputDevices : []
     readonly property var user: authService && authService.currentUser ? authService.currentUser : null

@@ -8,7 +8,7 @@ Rectangle {
     objectName: "summaryPanel"
 
     // The SummaryModel (or a stand-in).
-    property var summary
+    required property var summary
     // The tab the user opened ("Summary", "Actions", "Topics", "Insights").
     signal tabSelected(string tab)
     readonly property bool hasSummary: summary ? summary.hasSummary : false

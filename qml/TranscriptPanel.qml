@@ -8,9 +8,9 @@ Rectangle {
     id: root
     objectName: "transcriptPanel"
 
-    // The TranscriptionViewModel (or a stand-in).
-    property var transcript
-    property var clipboard
+    // The TranscriptionViewModel and the Clipboard (or stand-ins).
+    required property var transcript
+    required property var clipboard
     // Follows new text; off while the user reads further up.
     property bool following: true
     readonly property var segments: transcript ? transcript.speakerSegments : []

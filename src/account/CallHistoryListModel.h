@@ -3,6 +3,7 @@
 // export of its action items.
 #pragma once
 
+#include "account/CallDetail.h"
 #include "account/CallRecords.h"
 
 #include <QAbstractListModel>
@@ -11,7 +12,6 @@
 #include <QString>
 #include <QStringList>
 #include <QUrl>
-#include <QVariantMap>
 
 #include <functional>
 
@@ -63,15 +63,8 @@ public:
     // The list's headline for a call: the summary's opening words, else its direction.
     static QString title(const UserCallData& call);
 
-    // Everything the detail view shows for the call, by tab; an empty map for
-    // an unknown id. Keys: id, title, dateText, durationText, status,
-    // direction, decryptionError, hasSummary, summary {content, keyPoints,
-    // sentiment}, transcript {segments [{speaker, time, text}], text}, actions
-    // [{description, assignee, priority, deadline}], comments [{role, content,
-    // time}], topics [{topic, importance, importanceText, mentions}], insights
-    // {sentiment, sentimentScore, sentimentScoreText, speakers [{name, role,
-    // contributions}], processing [{label, value}]}.
-    Q_INVOKABLE QVariantMap detail(const QString& id) const;
+    // Everything the detail view shows for the call, by tab; empty for an unknown id.
+    Q_INVOKABLE CallDetail detail(const QString& id) const;
     Q_INVOKABLE QString actionItemsMarkdown(const QString& id) const;
     // Writes the call's action items as Markdown to a local file, whole or not
     // at all. Empty on success, else a sentence for the user.

@@ -19,6 +19,20 @@ const QLocale& english()
     return locale;
 }
 
+// Long enough to tell calls apart, short enough for one line of the list.
+constexpr qsizetype longestTitle = 64;
+
+QString directionTitle(const QString& direction)
+{
+    if (direction == u"outbound"_s) {
+        return u"Outbound call"_s;
+    }
+    if (direction == u"inbound"_s) {
+        return u"Inbound call"_s;
+    }
+    return u"Call"_s;
+}
+
 bool newerFirst(const UserCallData& a, const UserCallData& b)
 {
     return a.createdAt.moment > b.createdAt.moment;
@@ -156,6 +170,31 @@ QString displayDuration(const UserCallData& call)
     }
     const std::optional<double> seconds = call.durationInSeconds();
     return seconds ? displayDuration(*seconds) : QString();
+}
+
+QString title(const UserCallData& call)
+{
+    QString text = call.summary ? call.summary->content.simplified() : QString();
+    // The first sentence is the summarizer's own headline for the call.
+    static const QRegularExpression sentenceEnd(u"[.!?](?=\\s|$)"_s);
+    if (const QRegularExpressionMatch end = sentenceEnd.match(text); end.hasMatch()) {
+        text.truncate(end.capturedStart());
+    }
+    if (text.isEmpty()) {
+        return directionTitle(call.direction);
+    }
+    if (text.size() <= longestTitle) {
+        return text;
+    }
+    qsizetype cut = text.lastIndexOf(u' ', longestTitle);
+    if (cut < longestTitle / 2) {
+        cut = longestTitle; // one very long word: cut inside it
+    }
+    text.truncate(cut);
+    while (!text.isEmpty() && (text.back().isSpace() || text.back().isPunct())) {
+        text.chop(1);
+    }
+    return text + u'…';
 }
 
 QString actionItemsMarkdown(const UserCallData& call)

@@ -1,5 +1,5 @@
-// How the call history is shown: dates and durations as the list writes them,
-// the list's sort orders, and a call's action items as a Markdown checklist.
+// How the call history is shown: dates, durations and titles as the list writes
+// them, the list's sort orders, and a call's action items as a Markdown checklist.
 // Pure functions, so the screens and the command line show the same thing.
 #pragma once
 
@@ -45,6 +45,10 @@ QString displayDuration(double seconds);
 // text when it sent one, else the seconds formatted; empty when the call has no
 // duration.
 QString displayDuration(const UserCallData& call);
+
+// The list's headline for a call: the summary's opening sentence (cut to one
+// line), else its direction ("Outbound call").
+QString title(const UserCallData& call);
 
 // "# Action Items from Call", a blank line, then one "- [ ] " bullet per item with
 // " — assignee", " (priority: …)" and " (due: …)" as present; "_No action items._"

@@ -7,12 +7,15 @@
 #include "account/FeedbackService.h"
 #include "app/Clipboard.h"
 #include "app/ContentView.h"
+#include "app/LinkRouter.h"
 #include "app/PostHogService.h"
+#include "app/ScreenServices.h"
 #include "app/SingleInstance.h"
 #include "app/ThemeManager.h"
 #include "app/UpdateManager.h"
 #include "app/WindowState.h"
 #include "audio/AudioDeviceManager.h"
+#include "audio/PulseCaptureBackend.h"
 #include "call/CallController.h"
 #include "core/Logging.h"
 #include "models/ModelCatalogueModel.h"
@@ -26,7 +29,6 @@
 
 #include <QDesktopServices>
 #include <QQmlApplicationEngine>
-#include <QQmlContext>
 #include <QQuickWindow>
 
 using namespace Qt::StringLiterals;
@@ -76,32 +78,33 @@ QuillmossApp::QuillmossApp(AppOptions options, QObject* parent)
     services.analytics = m_postHogService.get();
     m_services = std::make_unique<Services>(*m_settings, m_keychain, services);
     // The stored sign-in is checked first: the screens open on its outcome.
-    m_services->authService();
+    AuthenticationService& authService = m_services->authService();
+    m_linkRouter = std::make_unique<LinkRouter>(
+        [auth = &authService](const QUrl& url) { auth->handleRedirect(url); });
     m_themeManager = std::make_unique<ThemeManager>(*m_settings);
     m_updateManager = std::make_unique<UpdateManager>(m_options.updateFeedUrl, version());
 
     wireServices();
 
     m_engine = std::make_unique<QQmlApplicationEngine>();
-    QQmlContext* context = m_engine->rootContext();
-    context->setContextProperty(u"app"_s, this);
-    context->setContextProperty(u"authService"_s, &m_services->authService());
-    context->setContextProperty(u"themeManager"_s, m_themeManager.get());
-    context->setContextProperty(u"modelDownloader"_s, &m_services->modelDownloader());
-    context->setContextProperty(u"updateManager"_s, m_updateManager.get());
-    context->setContextProperty(u"postHogService"_s, m_postHogService.get());
-    context->setContextProperty(u"callController"_s, &m_services->callController());
-    context->setContextProperty(u"transcriptionViewModel"_s,
-                                m_services->callController().transcriptionViewModel());
-    context->setContextProperty(u"summaryModel"_s, &m_services->summaryModel());
-    context->setContextProperty(u"audioDevices"_s, &m_services->audioDevices());
-    context->setContextProperty(u"callHistory"_s, &m_services->callHistory());
-    context->setContextProperty(u"callHistoryModel"_s, m_callHistoryModel.get());
-    context->setContextProperty(u"feedbackForm"_s, m_feedbackForm.get());
-    context->setContextProperty(u"modelCatalogue"_s, m_modelCatalogue.get());
-    context->setContextProperty(u"contentView"_s, m_contentView.get());
-    context->setContextProperty(u"windowState"_s, m_windowState.get());
-    context->setContextProperty(u"clipboard"_s, m_clipboard.get());
+    ScreenServices& screens = ScreenServices::exposeTo(*m_engine);
+    screens.app = this;
+    screens.authService = &m_services->authService();
+    screens.themeManager = m_themeManager.get();
+    screens.modelDownloader = &m_services->modelDownloader();
+    screens.updateManager = m_updateManager.get();
+    screens.postHogService = m_postHogService.get();
+    screens.callController = &m_services->callController();
+    screens.transcriptionViewModel = m_services->callController().transcriptionViewModel();
+    screens.summaryModel = &m_services->summaryModel();
+    screens.audioDevices = &m_services->audioDevices();
+    screens.callHistory = &m_services->callHistory();
+    screens.callHistoryModel = m_callHistoryModel.get();
+    screens.feedbackForm = m_feedbackForm.get();
+    screens.modelCatalogue = m_modelCatalogue.get();
+    screens.contentView = m_contentView.get();
+    screens.windowState = m_windowState.get();
+    screens.clipboard = m_clipboard.get();
 }
 
 QuillmossApp::~QuillmossApp()
@@ -162,11 +165,7 @@ bool QuillmossApp::listenForOtherLaunches()
 
 void QuillmossApp::handleUrl(const QUrl& url)
 {
-    if (url.scheme().compare(QLatin1String(appURLScheme), Qt::CaseInsensitive) != 0) {
-        qCWarning(lcApp).noquote() << u"⚠️ Ignoring a URL of scheme \"%1\""_s.arg(url.scheme());
-        return;
-    }
-    m_services->authService().handleRedirect(url);
+    m_linkRouter->route(url);
 }
 
 void QuillmossApp::openTermsOfService()

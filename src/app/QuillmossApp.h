@@ -19,6 +19,7 @@ class Clipboard;
 class ContentView;
 class FeedbackForm;
 class KeychainManager;
+class LinkRouter;
 class ModelCatalogueModel;
 class ModelDownloader;
 class PostHogService;
@@ -33,7 +34,7 @@ class UpdateManager;
 class WindowState;
 
 // Lives on the GUI thread for the life of the program. The screens see the
-// services as context properties named as the members below; besides them
+// services through ScreenServices, named as the members below; besides them
 // they see this object as `app`, for what belongs to no single service.
 class QuillmossApp : public QObject
 {
@@ -56,7 +57,7 @@ public:
     // Listens for URLs from later launches; false when another instance runs.
     bool listenForOtherLaunches();
 
-    // Every URL the app is given (command line, later launches).
+    // Every URL the app is given (command line, later launches), to the LinkRouter.
     Q_INVOKABLE void handleUrl(const QUrl& url);
     // The login screen's "Terms of Service" link, in the browser.
     Q_INVOKABLE void openTermsOfService();
@@ -73,6 +74,8 @@ public:
     ContentView& contentView() const { return *m_contentView; }
     FeedbackForm& feedbackForm() const { return *m_feedbackForm; }
     SettingsStore& settings() const { return *m_settings; }
+    // Where an MCP sign-in registers for its OAuth callbacks.
+    LinkRouter& linkRouter() const { return *m_linkRouter; }
     QQmlApplicationEngine& engine() const { return *m_engine; }
     QQuickWindow* mainWindow() const;
 
@@ -88,6 +91,7 @@ private:
     std::unique_ptr<PostHogService> m_postHogService;
     // The long-lived services the screens show; built by the one composition root.
     std::unique_ptr<Services> m_services;
+    std::unique_ptr<LinkRouter> m_linkRouter;
     std::unique_ptr<ThemeManager> m_themeManager;
     std::unique_ptr<UpdateManager> m_updateManager;
     std::unique_ptr<CallHistoryListModel> m_callHistoryModel;

@@ -31,8 +31,6 @@
 #include <QFile>
 #include <QJsonDocument>
 #include <QJsonObject>
-#include <QQmlApplicationEngine>
-#include <QQmlContext>
 #include <QQuickStyle>
 #include <QQuickWindow>
 #include <QTest>
@@ -286,6 +284,8 @@ private Q_SLOTS:
         QTRY_VERIFY(m_ui->isShown(u"callDetail"_s));
         QVERIFY(m_ui->click(u"detailTab_Transcript"_s));
         QTRY_VERIFY(m_ui->isShown(u"transcriptPage"_s));
+        // The screen reads the call's typed details: the lines the call sent are there.
+        QTRY_VERIFY(m_ui->property(u"transcriptSegments"_s, "count").toInt() > 0);
         QVERIFY(m_ui->click(u"copyActionsButton"_s));
         QTRY_VERIFY(QGuiApplication::clipboard()->text().startsWith(u"# Action Items from Call"_s));
         QVERIFY(m_ui->click(u"backButton"_s));
@@ -356,12 +356,12 @@ private Q_SLOTS:
         const QStringList secrets{m_tokens->accessToken, m_tokens->refreshToken};
         QList<QObject*> objects = m_app->mainWindow()->findChildren<QObject*>();
         objects << m_app->mainWindow() << m_app.get();
-        const QQmlContext* context = m_app->engine().rootContext();
+        const auto* services = m_app->mainWindow()->property("services").value<QObject*>();
+        QVERIFY(services);
         for (const char* name :
              {"authService", "callController", "callHistory", "summaryModel", "feedbackForm",
               "contentView", "modelDownloader", "audioDevices"}) {
-            if (auto* service =
-                    context->contextProperty(QString::fromLatin1(name)).value<QObject*>())
+            if (auto* service = services->property(name).value<QObject*>())
                 objects << service;
         }
         int checked = 0;

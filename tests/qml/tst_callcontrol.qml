@@ -17,6 +17,7 @@ Item {
         transcript: null
         summary: null
         clipboard: null
+        analytics: null
     }
 
     TestCase {

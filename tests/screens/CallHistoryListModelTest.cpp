@@ -222,11 +222,11 @@ private Q_SLOTS:
         QCOMPARE(m_model->index(row == 0 ? 1 : 0).data(CallHistoryListModel::DecryptionErrorRole),
                  QVariant(QString()));
 
-        const QVariantMap detail = m_model->detail(m_damagedId);
-        QCOMPARE(detail.value(u"decryptionError"_s).toString(), decryptionErrorText);
-        for (const QString& tab : {u"actions"_s, u"comments"_s, u"topics"_s}) {
-            QVERIFY2(detail.value(tab).toList().isEmpty(), qPrintable(tab));
-        }
+        const CallDetail detail = m_model->detail(m_damagedId);
+        QCOMPARE(detail.decryptionError, decryptionErrorText);
+        QVERIFY(detail.actions.isEmpty());
+        QVERIFY(detail.comments.isEmpty());
+        QVERIFY(detail.topics.isEmpty());
         QCOMPARE(m_model->actionItemsMarkdown(m_damagedId),
                  u"# Action Items from Call\n\n_No action items._\n"_s);
     }
@@ -236,35 +236,28 @@ private Q_SLOTS:
         const UserCallData call = richestCall();
         QVERIFY(!call.id.isEmpty());
         const CallSummaryData& summary = *call.summary;
-        const QVariantMap detail = m_model->detail(call.id);
-        const auto first = [&](const QString& tab) {
-            return detail.value(tab).toList().value(0).toMap();
-        };
+        const CallDetail detail = m_model->detail(call.id);
 
-        QCOMPARE(detail.value(u"summary"_s).toMap().value(u"keyPoints"_s).toStringList(),
-                 summary.keyPoints);
-        const QVariantMap transcript = detail.value(u"transcript"_s).toMap();
-        QCOMPARE(transcript.value(u"segments"_s).toList().size(),
-                 call.transcription->segments.size());
-        QCOMPARE(transcript.value(u"segments"_s).toList().value(0).toMap().value(u"speaker"_s),
+        QCOMPARE(detail.summary.keyPoints, summary.keyPoints);
+        QCOMPARE(detail.transcript.segments.size(), call.transcription->segments.size());
+        QCOMPARE(detail.transcript.segments.value(0).speaker,
                  call.transcription->segments.first().speaker);
-        QCOMPARE(detail.value(u"actions"_s).toList().size(), summary.actionItems.size());
-        QCOMPARE(first(u"actions"_s).value(u"priority"_s), u"high"_s);
-        QCOMPARE(first(u"comments"_s).value(u"author"_s), u"You"_s);
-        QCOMPARE(first(u"comments"_s).value(u"content"_s), call.messageList().first().content);
+        QCOMPARE(detail.actions.size(), summary.actionItems.size());
+        QCOMPARE(detail.actions.value(0).priority, u"high"_s);
+        QCOMPARE(detail.comments.value(0).author, u"You"_s);
+        QCOMPARE(detail.comments.value(0).content, call.messageList().first().content);
         const SummaryTopic topic = summary.topicList().first();
-        QCOMPARE(first(u"topics"_s).value(u"importanceText"_s),
+        QCOMPARE(detail.topics.value(0).importanceText,
                  u"%1%"_s.arg(qRound(topic.importance * 100)));
 
-        const QVariantMap insights = detail.value(u"insights"_s).toMap();
-        QVERIFY(insights.value(u"sentimentScoreText"_s).toString().startsWith(u'+'));
-        const QVariantMap speaker = insights.value(u"speakers"_s).toList().value(0).toMap();
-        QCOMPARE(speaker.value(u"role"_s), summary.speakerList().first().roleText());
-        QCOMPARE(speaker.value(u"contributions"_s).toStringList(),
-                 summary.speakerList().first().mainContributions);
+        const CallDetailInsights& insights = detail.insights;
+        QVERIFY(insights.sentimentScoreText.startsWith(u'+'));
+        const CallDetailSpeaker speaker = insights.speakers.value(0);
+        QCOMPARE(speaker.role, summary.speakerList().first().roleText());
+        QCOMPARE(speaker.contributions, summary.speakerList().first().mainContributions);
         QStringList labels;
-        for (const QVariant& row : insights.value(u"processing"_s).toList()) {
-            labels.append(row.toMap().value(u"label"_s).toString());
+        for (const CallDetailFigure& row : insights.processing) {
+            labels.append(row.label);
         }
         QVERIFY(labels.contains(u"Transcription confidence"_s));
         QVERIFY(labels.contains(u"Average response time"_s));

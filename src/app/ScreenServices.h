@@ -1,0 +1,100 @@
+// What the screens bind to: the long-lived services, handed as one object to
+// the root of every window the engine loads (its required property "services").
+// Below the roots, each screen declares the services it reads as required
+// properties and is given them by the screen that holds it, so a component
+// test hands a screen stand-ins and a second window reads the same services.
+#pragma once
+
+#include <QObject>
+
+class AudioDeviceManager;
+class AuthenticationService;
+class CallController;
+class CallHistoryListModel;
+class CallHistoryService;
+class Clipboard;
+class ContentView;
+class FeedbackForm;
+class ModelCatalogueModel;
+class ModelDownloader;
+class PostHogService;
+class QQmlApplicationEngine;
+class QuillmossApp;
+class SummaryModel;
+class ThemeManager;
+class TranscriptionViewModel;
+class UpdateManager;
+class WindowState;
+
+Q_MOC_INCLUDE("account/AuthenticationService.h")
+Q_MOC_INCLUDE("account/CallHistoryListModel.h")
+Q_MOC_INCLUDE("account/CallHistoryService.h")
+Q_MOC_INCLUDE("account/FeedbackForm.h")
+Q_MOC_INCLUDE("app/Clipboard.h")
+Q_MOC_INCLUDE("app/ContentView.h")
+Q_MOC_INCLUDE("app/PostHogService.h")
+Q_MOC_INCLUDE("app/QuillmossApp.h")
+Q_MOC_INCLUDE("app/ThemeManager.h")
+Q_MOC_INCLUDE("app/UpdateManager.h")
+Q_MOC_INCLUDE("app/WindowState.h")
+Q_MOC_INCLUDE("audio/AudioDeviceManager.h")
+Q_MOC_INCLUDE("call/CallController.h")
+Q_MOC_INCLUDE("call/TranscriptionViewModel.h")
+Q_MOC_INCLUDE("models/ModelCatalogueModel.h")
+Q_MOC_INCLUDE("models/ModelDownloader.h")
+Q_MOC_INCLUDE("session/SummaryModel.h")
+
+// Owned by the engine it is exposed to; the services it names outlive that
+// engine (the app tears the screens down first), so plain pointers do.
+class ScreenServices : public QObject
+{
+    Q_OBJECT
+    // What belongs to no single service: the version, the recognizer's status,
+    // the terms of service.
+    Q_PROPERTY(QuillmossApp* app MEMBER app CONSTANT)
+    Q_PROPERTY(AuthenticationService* authService MEMBER authService CONSTANT)
+    Q_PROPERTY(ThemeManager* themeManager MEMBER themeManager CONSTANT)
+    Q_PROPERTY(ModelDownloader* modelDownloader MEMBER modelDownloader CONSTANT)
+    Q_PROPERTY(UpdateManager* updateManager MEMBER updateManager CONSTANT)
+    Q_PROPERTY(PostHogService* postHogService MEMBER postHogService CONSTANT)
+    Q_PROPERTY(CallController* callController MEMBER callController CONSTANT)
+    Q_PROPERTY(
+        TranscriptionViewModel* transcriptionViewModel MEMBER transcriptionViewModel CONSTANT)
+    Q_PROPERTY(SummaryModel* summaryModel MEMBER summaryModel CONSTANT)
+    Q_PROPERTY(AudioDeviceManager* audioDevices MEMBER audioDevices CONSTANT)
+    Q_PROPERTY(CallHistoryService* callHistory MEMBER callHistory CONSTANT)
+    Q_PROPERTY(CallHistoryListModel* callHistoryModel MEMBER callHistoryModel CONSTANT)
+    Q_PROPERTY(FeedbackForm* feedbackForm MEMBER feedbackForm CONSTANT)
+    Q_PROPERTY(ModelCatalogueModel* modelCatalogue MEMBER modelCatalogue CONSTANT)
+    Q_PROPERTY(ContentView* contentView MEMBER contentView CONSTANT)
+    Q_PROPERTY(WindowState* windowState MEMBER windowState CONSTANT)
+    Q_PROPERTY(Clipboard* clipboard MEMBER clipboard CONSTANT)
+
+public:
+    // The property of a window's root that receives the services.
+    static constexpr auto rootProperty = "services";
+
+    // A set owned by `engine`, given to every root it loads from now on.
+    static ScreenServices& exposeTo(QQmlApplicationEngine& engine);
+
+    QuillmossApp* app = nullptr;
+    AuthenticationService* authService = nullptr;
+    ThemeManager* themeManager = nullptr;
+    ModelDownloader* modelDownloader = nullptr;
+    UpdateManager* updateManager = nullptr;
+    PostHogService* postHogService = nullptr;
+    CallController* callController = nullptr;
+    TranscriptionViewModel* transcriptionViewModel = nullptr;
+    SummaryModel* summaryModel = nullptr;
+    AudioDeviceManager* audioDevices = nullptr;
+    CallHistoryService* callHistory = nullptr;
+    CallHistoryListModel* callHistoryModel = nullptr;
+    FeedbackForm* feedbackForm = nullptr;
+    ModelCatalogueModel* modelCatalogue = nullptr;
+    ContentView* contentView = nullptr;
+    WindowState* windowState = nullptr;
+    Clipboard* clipboard = nullptr;
+
+private:
+    explicit ScreenServices(QObject* parent) : QObject(parent) {}
+};
