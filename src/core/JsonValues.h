@@ -8,9 +8,17 @@
 #include <QVariant>
 #include <QVariantList>
 
-// "null", "a boolean", "a number", "a string", "an array", "an object", or
-// "nothing" for a missing value: as an error text says what it found.
-QString jsonTypeName(const QJsonValue& value);
+enum class JsonTypeWording
+{
+    // As an error text says what it found: "null", "a boolean", "a number",
+    // "a string", "an array", "an object", or "nothing" for a missing value.
+    Sentence,
+    // As a label in a report: "null", "bool", "number", "string", "array",
+    // "object", or "missing".
+    Label,
+};
+
+QString jsonTypeName(const QJsonValue& value, JsonTypeWording wording = JsonTypeWording::Sentence);
 
 // Each value wrapped in a QVariant, in order (records are Q_GADGETs QML can read).
 template <typename T> QVariantList variantList(const QList<T>& values)

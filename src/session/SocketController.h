@@ -5,7 +5,7 @@
 // and session-ready flags everything else gates on.
 #pragma once
 
-#include "account/AccessTokenProvider.h"
+#include "core/AccessTokenProvider.h"
 #include "call/CallSession.h"
 #include "protocol/SocketIoClient.h"
 
