@@ -260,7 +260,7 @@ void HttpCall::replyFinished()
         }
     }
     HttpResponse response = responseOf(*reply);
-    if (!m_streaming) {
+    if (!m_streaming && reply->isOpen()) {
         response.body = reply->readAll();
     }
     m_reply = nullptr;
