@@ -226,7 +226,7 @@ QVariantMap CallHistoryListModel::detail(const QString& id) const
     QVariantList topics;
     QVariantList speakers;
     if (summary) {
-        for (const SummaryTopic& topic : summary->topicList()) {
+        for (const Topic& topic : summary->topicList()) {
             topics.append(QVariantMap{
                 {u"topic"_s, topic.topic},
                 {u"importance"_s, topic.importance},
@@ -234,7 +234,7 @@ QVariantMap CallHistoryListModel::detail(const QString& id) const
                 {u"mentions"_s, topic.mentions},
             });
         }
-        for (const SummarySpeaker& speaker : summary->speakerList()) {
+        for (const Speaker& speaker : summary->speakerList()) {
             speakers.append(QVariantMap{
                 {u"name"_s, speaker.name},
                 {u"role"_s, speaker.roleText()},

@@ -369,22 +369,19 @@ template <> struct Codec<CallTranscriptionData> : RecordCodec<CallTranscriptionD
     }
 };
 
-template <> struct Codec<ActionItem::Priority>
+template <> struct Codec<Priority>
 {
     static QString name() { return u"Priority"_s; }
-    static ActionItem::Priority decode(Decoder& d, const QJsonValue& value, const QString& path)
+    static Priority decode(Decoder& d, const QJsonValue& value, const QString& path)
     {
         const QString text = Codec<QString>::decode(d, value, path);
-        const std::optional<ActionItem::Priority> priority = ActionItem::priorityFromName(text);
+        const std::optional<Priority> priority = priorityFromName(text);
         if (!d.failed() && !priority) {
             d.corrupted(path, u"Cannot initialize Priority from invalid value \"%1\"."_s.arg(text));
         }
-        return priority.value_or(ActionItem::Priority::Medium);
+        return priority.value_or(Priority::Medium);
     }
-    static QJsonValue encode(ActionItem::Priority priority)
-    {
-        return ActionItem::priorityName(priority);
-    }
+    static QJsonValue encode(Priority priority) { return priorityName(priority); }
 };
 
 template <> struct Codec<ActionItem> : RecordCodec<ActionItem>
@@ -413,7 +410,8 @@ template <> struct Codec<ActionItem> : RecordCodec<ActionItem>
     }
 };
 
-template <> struct Codec<SummaryTopic> : RecordCodec<SummaryTopic>
+// Named as the history has always named them in its decoding errors.
+template <> struct Codec<Topic> : RecordCodec<Topic>
 {
     static QString name() { return u"SummaryTopic"_s; }
     static void fields(auto& f, auto& r)
@@ -424,7 +422,7 @@ template <> struct Codec<SummaryTopic> : RecordCodec<SummaryTopic>
     }
 };
 
-template <> struct Codec<SummarySpeaker> : RecordCodec<SummarySpeaker>
+template <> struct Codec<Speaker> : RecordCodec<Speaker>
 {
     static QString name() { return u"SummarySpeaker"_s; }
     static void fields(auto& f, auto& r)
@@ -580,29 +578,6 @@ RecordDate RecordDate::fromMoment(const QDateTime& moment)
 QString ActionItem::priorityText() const
 {
     return priority ? priorityName(*priority) : QString();
-}
-
-QString ActionItem::priorityName(Priority priority)
-{
-    switch (priority) {
-    case Priority::High:
-        return u"high"_s;
-    case Priority::Medium:
-        return u"medium"_s;
-    case Priority::Low:
-        return u"low"_s;
-    }
-    return {};
-}
-
-std::optional<ActionItem::Priority> ActionItem::priorityFromName(const QString& name)
-{
-    for (const Priority priority : {Priority::High, Priority::Medium, Priority::Low}) {
-        if (priorityName(priority) == name) {
-            return priority;
-        }
-    }
-    return std::nullopt;
 }
 
 QVariant CallSummaryData::sentimentScoreValue() const

@@ -1,5 +1,9 @@
 #include "core/JsonValues.h"
 
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+
 using namespace Qt::StringLiterals;
 
 QString jsonTypeName(const QJsonValue& value, JsonTypeWording wording)
@@ -22,4 +26,17 @@ QString jsonTypeName(const QJsonValue& value, JsonTypeWording wording)
         break;
     }
     return sentence ? u"nothing"_s : u"missing"_s;
+}
+
+QString jsonText(const QJsonValue& json)
+{
+    if (json.isObject()) {
+        return QString::fromUtf8(QJsonDocument(json.toObject()).toJson(QJsonDocument::Compact));
+    }
+    if (json.isArray()) {
+        return QString::fromUtf8(QJsonDocument(json.toArray()).toJson(QJsonDocument::Compact));
+    }
+    // A scalar is written as the only element of a list, without the brackets.
+    const QByteArray wrapped = QJsonDocument(QJsonArray{json}).toJson(QJsonDocument::Compact);
+    return QString::fromUtf8(wrapped.mid(1, wrapped.size() - 2));
 }

@@ -252,7 +252,7 @@ private Q_SLOTS:
         QCOMPARE(first(u"actions"_s).value(u"priority"_s), u"high"_s);
         QCOMPARE(first(u"comments"_s).value(u"author"_s), u"You"_s);
         QCOMPARE(first(u"comments"_s).value(u"content"_s), call.messageList().first().content);
-        const SummaryTopic topic = summary.topicList().first();
+        const Topic topic = summary.topicList().first();
         QCOMPARE(first(u"topics"_s).value(u"importanceText"_s),
                  u"%1%"_s.arg(qRound(topic.importance * 100)));
 
