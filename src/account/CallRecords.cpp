@@ -119,43 +119,44 @@ std::optional<T> readOptional(Decoder& decoder, const QJsonObject& object, const
     return result;
 }
 
-template <> struct Codec<QString>
+// A value of one JSON type, anything else being a mismatch; `convert` makes
+// the record's value of it.
+template <typename T, bool (QJsonValue::*accepts)() const> struct TypedCodec
+{
+    static T decode(Decoder& decoder, const QJsonValue& value, const QString& path)
+    {
+        if (!(value.*accepts)()) {
+            decoder.typeMismatch(Codec<T>::name(), path, value);
+            return T{};
+        }
+        return Codec<T>::convert(decoder, value, path);
+    }
+    static QJsonValue encode(const T& value) { return value; }
+};
+
+template <> struct Codec<QString> : TypedCodec<QString, &QJsonValue::isString>
 {
     static QString name() { return u"String"_s; }
-    static QString decode(Decoder& decoder, const QJsonValue& value, const QString& path)
+    static QString convert(Decoder&, const QJsonValue& value, const QString&)
     {
-        if (!value.isString()) {
-            decoder.typeMismatch(name(), path, value);
-            return {};
-        }
         return value.toString();
     }
-    static QJsonValue encode(const QString& value) { return value; }
 };
 
-template <> struct Codec<double>
+template <> struct Codec<double> : TypedCodec<double, &QJsonValue::isDouble>
 {
     static QString name() { return u"Double"_s; }
-    static double decode(Decoder& decoder, const QJsonValue& value, const QString& path)
+    static double convert(Decoder&, const QJsonValue& value, const QString&)
     {
-        if (!value.isDouble()) {
-            decoder.typeMismatch(name(), path, value);
-            return 0.0;
-        }
         return value.toDouble();
     }
-    static QJsonValue encode(double value) { return value; }
 };
 
-template <> struct Codec<int>
+template <> struct Codec<int> : TypedCodec<int, &QJsonValue::isDouble>
 {
     static QString name() { return u"Int"_s; }
-    static int decode(Decoder& decoder, const QJsonValue& value, const QString& path)
+    static int convert(Decoder& decoder, const QJsonValue& value, const QString& path)
     {
-        if (!value.isDouble()) {
-            decoder.typeMismatch(name(), path, value);
-            return 0;
-        }
         // A count of 2.5 is a number, so not a type mismatch, but no Int either.
         const double number = value.toDouble();
         if (std::trunc(number) != number || number < std::numeric_limits<int>::min() ||
@@ -165,32 +166,22 @@ template <> struct Codec<int>
         }
         return static_cast<int>(number);
     }
-    static QJsonValue encode(int value) { return value; }
 };
 
-template <> struct Codec<bool>
+template <> struct Codec<bool> : TypedCodec<bool, &QJsonValue::isBool>
 {
     static QString name() { return u"Bool"_s; }
-    static bool decode(Decoder& decoder, const QJsonValue& value, const QString& path)
+    static bool convert(Decoder&, const QJsonValue& value, const QString&)
     {
-        if (!value.isBool()) {
-            decoder.typeMismatch(name(), path, value);
-            return false;
-        }
         return value.toBool();
     }
-    static QJsonValue encode(bool value) { return value; }
 };
 
-template <> struct Codec<RecordDate>
+template <> struct Codec<RecordDate> : TypedCodec<RecordDate, &QJsonValue::isString>
 {
     static QString name() { return u"Date"_s; }
-    static RecordDate decode(Decoder& decoder, const QJsonValue& value, const QString& path)
+    static RecordDate convert(Decoder& decoder, const QJsonValue& value, const QString& path)
     {
-        if (!value.isString()) {
-            decoder.typeMismatch(name(), path, value);
-            return {};
-        }
         std::optional<RecordDate> date = RecordDate::parse(value.toString());
         if (!date) {
             decoder.corrupted(path, u"Date string \"%1\" does not match any expected format."_s.arg(
