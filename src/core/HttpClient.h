@@ -187,7 +187,7 @@ public:
 
     // Sends `request`; `done` runs once, later, on this client's thread.
     QPointer<HttpCall> send(const HttpRequest& request, Completion done);
-    QPointer<HttpCall> stream(const HttpRequest& request, Stream handlers);
+    QPointer<HttpCall> stream(const HttpRequest& request, Stream stream);
 
     // The network manager of the calling thread, made on first use and gone
     // with the thread (the main thread's with the application object).

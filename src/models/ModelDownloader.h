@@ -112,7 +112,7 @@ private:
     QFuture<ModelDownloadResult> startDownload(const QString& name, const Completion& completion);
     QFuture<ModelDownloadResult> refuse(const QString& name, const QString& error,
                                         const Completion& completion);
-    bool receive(const QByteArray& chunk);
+    bool receive(const QByteArray& data);
     void transferFinished(const HttpResponse& response);
     void complete(const ModelDownloadResult& result);
     void setDownloading(bool downloading);
