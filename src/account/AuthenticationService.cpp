@@ -1,25 +1,17 @@
 #include "account/AuthenticationService.h"
 
-#include "account/BackendRequest.h"
 #include "account/LoginRedirect.h"
 #include "core/Logging.h"
 #include "store/KeychainManager.h"
 
 #include <QFutureWatcher>
-#include <QJsonDocument>
 #include <QJsonObject>
-#include <QNetworkReply>
 #include <QTimer>
 #include <QUrlQuery>
 
 using namespace Qt::StringLiterals;
 
 namespace {
-
-const QString keyOf(const char* key)
-{
-    return QString::fromLatin1(key);
-}
 
 const QString authPrefix = u"🔐 [AUTH DEBUG] "_s;
 
@@ -73,10 +65,10 @@ QFuture<void> promised(const std::function<void(std::function<void()>)>& start)
 
 AuthenticationService::AuthenticationService(KeychainManager& keychain, Options options,
                                              QObject* parent)
-    : QObject(parent), m_keychain(keychain), m_options(std::move(options))
+    : QObject(parent), m_keychain(keychain), m_options(std::move(options)),
+      m_http(m_options.backendUrl)
 {
     authLog(u"AuthenticationService.init() starting"_s);
-    m_network.setAutoDeleteReplies(false);
     if (m_options.checkStoredToken) {
         retryStartupCheck();
     } else {
@@ -96,7 +88,7 @@ QVariant AuthenticationService::currentUserValue() const
 
 QUrl AuthenticationService::loginUrl() const
 {
-    QUrl url = BackendRequest::endpoint(m_options.webUrl, u"/login"_s);
+    QUrl url = HttpClient::endpoint(m_options.webUrl, u"/login"_s);
     url.setQuery(u"provider=google"_s);
     return url;
 }
@@ -156,7 +148,7 @@ void AuthenticationService::runStartupCheck()
             promise->finish();
     };
     whenDone<std::optional<QString>>(
-        m_keychain.readKeyAsync(keyOf(accessTokenKeychainKey)),
+        m_keychain.readKeyAsync(StoredTokens::itemName(accessTokenKeychainKey)),
         [this, settle](std::optional<QString> token) {
             if (!token) {
                 authLog(u"No stored access token - user needs to authenticate"_s);
@@ -188,16 +180,15 @@ void AuthenticationService::runStartupCheck()
 void AuthenticationService::validateToken(const QString& accessToken,
                                           const std::function<void(Validity)>& done)
 {
-    whenFinished(getProfile(accessToken), [this, done](QNetworkReply& reply) {
-        if (BackendRequest::failureOf(reply) != BackendRequest::Failure::None) {
-            qCWarning(lcAccount).noquote() << u"Token validation failed: "_s + reply.errorString();
+    getProfile(accessToken, [this, done](const HttpResponse& reply) {
+        if (!reply.answered()) {
+            qCWarning(lcAccount).noquote() << u"Token validation failed: "_s + reply.errorString;
             authLog(u"Setting connection error in isTokenValid: Cannot connect to server"_s);
             setAuthenticationError(connectionErrorText);
             done(Validity::Unreachable);
             return;
         }
-        const int status = BackendRequest::statusOf(reply);
-        done(status >= 200 && status < 300 ? Validity::Valid : Validity::Invalid);
+        done(reply.isSuccess() ? Validity::Valid : Validity::Invalid);
     });
 }
 
@@ -277,23 +268,24 @@ QFuture<void> AuthenticationService::signIn(const QString& accessToken,
                     fetchProfile();
                     return;
                 }
-                whenDone<bool>(m_keychain.storeKeyAsync(*expiresIn, keyOf(expiresInKeychainKey)),
-                               [fetchProfile](bool stored) {
-                                   authLog(u"Expires in storage: "_s +
-                                           (stored ? u"stored"_s : u"failed"_s));
-                                   fetchProfile();
-                               });
+                whenDone<bool>(
+                    m_keychain.storeKeyAsync(*expiresIn,
+                                             StoredTokens::itemName(expiresInKeychainKey)),
+                    [fetchProfile](bool stored) {
+                        authLog(u"Expires in storage: "_s + (stored ? u"stored"_s : u"failed"_s));
+                        fetchProfile();
+                    });
             };
             if (!expiresAt) {
                 storeExpiresIn();
                 return;
             }
-            whenDone<bool>(m_keychain.storeKeyAsync(*expiresAt, keyOf(expiresAtKeychainKey)),
-                           [storeExpiresIn](bool stored) {
-                               authLog(u"Expires at storage: "_s +
-                                       (stored ? u"stored"_s : u"failed"_s));
-                               storeExpiresIn();
-                           });
+            whenDone<bool>(
+                m_keychain.storeKeyAsync(*expiresAt, StoredTokens::itemName(expiresAtKeychainKey)),
+                [storeExpiresIn](bool stored) {
+                    authLog(u"Expires at storage: "_s + (stored ? u"stored"_s : u"failed"_s));
+                    storeExpiresIn();
+                });
         };
         auto storeRefresh = [this, refreshToken, storeExpiry] {
             if (!refreshToken) {
@@ -302,33 +294,39 @@ QFuture<void> AuthenticationService::signIn(const QString& accessToken,
                 return;
             }
             authLog(u"Attempting to store refresh token (length: %1)"_s.arg(refreshToken->size()));
-            whenDone<bool>(m_keychain.storeKeyAsync(*refreshToken, keyOf(refreshTokenKeychainKey)),
+            whenDone<bool>(m_keychain.storeKeyAsync(
+                               *refreshToken, StoredTokens::itemName(refreshTokenKeychainKey)),
                            [storeExpiry](bool stored) {
                                authLog(stored ? u"✅ Refresh token stored successfully"_s
                                               : u"❌ Failed to store refresh token in Keychain."_s);
                                storeExpiry();
                            });
         };
-        whenDone<bool>(m_keychain.storeKeyAsync(accessToken, keyOf(accessTokenKeychainKey)),
-                       [this, done, storeRefresh](bool stored) {
-                           if (!stored) {
-                               authLog(u"❌ Failed to store access token in Keychain."_s);
-                               setAuthenticationError(storeFailedText);
-                               setAuthenticating(false);
-                               done();
-                               return;
-                           }
-                           storeRefresh();
-                       });
+        whenDone<bool>(
+            m_keychain.storeKeyAsync(accessToken, StoredTokens::itemName(accessTokenKeychainKey)),
+            [this, done, storeRefresh](bool stored) {
+                if (!stored) {
+                    authLog(u"❌ Failed to store access token in Keychain."_s);
+                    setAuthenticationError(storeFailedText);
+                    setAuthenticating(false);
+                    done();
+                    return;
+                }
+                storeRefresh();
+            });
     });
 }
 
 // --- profile --------------------------------------------------------------------------------
 
-QNetworkReply* AuthenticationService::getProfile(const QString& accessToken)
+void AuthenticationService::getProfile(const QString& accessToken,
+                                       const HttpClient::Completion& then)
 {
-    return m_network.get(BackendRequest::make(m_options.backendUrl, u"/auth/user"_s, accessToken,
-                                              false, m_options.requestTimeout));
+    m_http.send(HttpRequest::get(u"/auth/user"_s)
+                    .acceptingJson()
+                    .withBearer(accessToken)
+                    .withTimeout(m_options.requestTimeout),
+                then);
 }
 
 QFuture<void> AuthenticationService::fetchAndSetUser()
@@ -346,24 +344,22 @@ QFuture<void> AuthenticationService::fetchAndSetUser()
             done();
         };
         whenDone<std::optional<QString>>(
-            m_keychain.readKeyAsync(keyOf(accessTokenKeychainKey)),
+            m_keychain.readKeyAsync(StoredTokens::itemName(accessTokenKeychainKey)),
             [this, done, fail](std::optional<QString> token) {
                 if (!token) {
                     fail(u"No access token available"_s, profileOtherErrorText);
                     return;
                 }
-                whenFinished(getProfile(*token), [this, done, fail](QNetworkReply& reply) {
-                    using BackendRequest::Failure;
-                    const Failure failure = BackendRequest::failureOf(reply);
-                    if (failure == Failure::TimedOut)
-                        return fail(reply.errorString(), profileTimedOutText);
-                    if (failure == Failure::Unreachable)
-                        return fail(reply.errorString(), profileUnreachableText);
-                    if (failure == Failure::Other)
-                        return fail(reply.errorString(), profileOtherErrorText);
-                    const int status = BackendRequest::statusOf(reply);
-                    const QByteArray body = reply.readAll();
-                    if (status < 200 || status >= 300) {
+                getProfile(*token, [this, done, fail](const HttpResponse& reply) {
+                    if (reply.failure == HttpFailure::TimedOut)
+                        return fail(reply.errorString, profileTimedOutText);
+                    if (reply.failure == HttpFailure::Unreachable)
+                        return fail(reply.errorString, profileUnreachableText);
+                    if (!reply.answered())
+                        return fail(reply.errorString, profileOtherErrorText);
+                    const int status = reply.status;
+                    const QByteArray& body = reply.body;
+                    if (!reply.isSuccess()) {
                         return fail(
                             u"Error fetching user profile. Status code: %1. Body: %2"_s.arg(status)
                                 .arg(QString::fromUtf8(body)),
@@ -419,7 +415,7 @@ QFuture<void> AuthenticationService::refreshToken()
     };
 
     whenDone<std::optional<QString>>(
-        m_keychain.readKeyAsync(keyOf(refreshTokenKeychainKey)),
+        m_keychain.readKeyAsync(StoredTokens::itemName(refreshTokenKeychainKey)),
         [this, fail](std::optional<QString> refreshToken) {
             if (!refreshToken) {
                 qCWarning(lcAccount).noquote()
@@ -429,18 +425,17 @@ QFuture<void> AuthenticationService::refreshToken()
             }
             qCInfo(lcAccount).noquote()
                 << u"🔄 Attempting automatic token refresh with stored refresh token..."_s;
-            const QByteArray body = QJsonDocument(QJsonObject{{"refresh_token"_L1, *refreshToken}})
-                                        .toJson(QJsonDocument::Compact);
-            QNetworkReply* reply =
-                m_network.post(BackendRequest::make(m_options.backendUrl, u"/auth/refresh"_s, {},
-                                                    true, m_options.requestTimeout),
-                               body);
-            whenFinished(reply, [this, fail](QNetworkReply& reply) {
-                if (BackendRequest::failureOf(reply) != BackendRequest::Failure::None)
-                    return fail(reply.errorString(), true);
-                const int status = BackendRequest::statusOf(reply);
-                const QByteArray answer = reply.readAll();
-                if (status < 200 || status >= 300) {
+            const HttpRequest request =
+                HttpRequest::postJson(u"/auth/refresh"_s,
+                                      QJsonObject{{"refresh_token"_L1, *refreshToken}})
+                    .acceptingJson()
+                    .withTimeout(m_options.requestTimeout);
+            m_http.send(request, [this, fail](const HttpResponse& reply) {
+                if (!reply.answered())
+                    return fail(reply.errorString, true);
+                const int status = reply.status;
+                const QByteArray& answer = reply.body;
+                if (!reply.isSuccess()) {
                     qCWarning(lcAccount).noquote()
                         << u"❌ Token refresh failed with status %1: %2"_s.arg(status).arg(
                                answer.isEmpty() ? u"No error details"_s
@@ -450,7 +445,7 @@ QFuture<void> AuthenticationService::refreshToken()
                 qCInfo(lcAccount).noquote()
                     << u"✅ Token refresh succeeded with status %1"_s.arg(status);
 
-                const QJsonObject root = QJsonDocument::fromJson(answer).object();
+                const QJsonObject root = reply.json().value_or(QJsonValue()).toObject();
                 const QJsonObject data = root.value("data"_L1).toObject();
                 const QString accessToken = data.value("access_token"_L1).toString();
                 if (!root.value("success"_L1).toBool() || accessToken.isEmpty())
@@ -493,13 +488,16 @@ void AuthenticationService::storeTokens(const QString& accessToken,
 {
     // Queued on the store's one worker in this order; the last answer comes last.
     QList<QFuture<bool>> writes{
-        m_keychain.storeKeyAsync(accessToken, keyOf(accessTokenKeychainKey))};
+        m_keychain.storeKeyAsync(accessToken, StoredTokens::itemName(accessTokenKeychainKey))};
     if (refreshToken)
-        writes << m_keychain.storeKeyAsync(*refreshToken, keyOf(refreshTokenKeychainKey));
+        writes << m_keychain.storeKeyAsync(*refreshToken,
+                                           StoredTokens::itemName(refreshTokenKeychainKey));
     if (expiresAt)
-        writes << m_keychain.storeKeyAsync(*expiresAt, keyOf(expiresAtKeychainKey));
+        writes << m_keychain.storeKeyAsync(*expiresAt,
+                                           StoredTokens::itemName(expiresAtKeychainKey));
     if (expiresIn)
-        writes << m_keychain.storeKeyAsync(*expiresIn, keyOf(expiresInKeychainKey));
+        writes << m_keychain.storeKeyAsync(*expiresIn,
+                                           StoredTokens::itemName(expiresInKeychainKey));
     whenDone<bool>(writes.last(), [writes, done](bool) {
         bool all = true;
         for (const QFuture<bool>& write : writes)
@@ -526,7 +524,7 @@ QFuture<std::optional<QString>> AuthenticationService::getValidAccessToken()
         promise->finish();
     };
     whenDone<std::optional<QString>>(
-        m_keychain.readKeyAsync(keyOf(accessTokenKeychainKey)),
+        m_keychain.readKeyAsync(StoredTokens::itemName(accessTokenKeychainKey)),
         [this, answer](std::optional<QString> token) {
             if (!token) {
                 qCInfo(lcAccount).noquote() << u"🔐 No access token available"_s;
@@ -543,7 +541,8 @@ QFuture<std::optional<QString>> AuthenticationService::getValidAccessToken()
                 qCInfo(lcAccount).noquote() << u"🔄 Token expired, attempting refresh..."_s;
                 whenSettled(refreshToken(), [this, answer] {
                     whenDone<std::optional<QString>>(
-                        m_keychain.readKeyAsync(keyOf(accessTokenKeychainKey)), answer);
+                        m_keychain.readKeyAsync(StoredTokens::itemName(accessTokenKeychainKey)),
+                        answer);
                 });
             });
         });
@@ -570,7 +569,7 @@ QFuture<void> AuthenticationService::signOut()
         QList<QFuture<bool>> deletions;
         QStringList failureTexts;
         for (const auto& [key, failureText] : keys) {
-            deletions << m_keychain.deleteKeyAsync(keyOf(key));
+            deletions << m_keychain.deleteKeyAsync(StoredTokens::itemName(key));
             failureTexts << failureText;
         }
         whenDone<bool>(deletions.last(), [this, done, deletions, failureTexts](bool) {
@@ -590,15 +589,6 @@ QFuture<void> AuthenticationService::signOut()
                 << u"User signed out. All tokens and expiration data removed from Keychain and local state cleared."_s;
             done();
         });
-    });
-}
-
-void AuthenticationService::whenFinished(QNetworkReply* reply,
-                                         const std::function<void(QNetworkReply&)>& then)
-{
-    connect(reply, &QNetworkReply::finished, this, [reply, then] {
-        reply->deleteLater();
-        then(*reply);
     });
 }
 

@@ -5,10 +5,11 @@
 #pragma once
 
 #include "account/UserModel.h"
+#include "core/HttpClient.h"
+#include "store/StoredTokens.h"
 
 #include <QDateTime>
 #include <QFuture>
-#include <QNetworkAccessManager>
 #include <QObject>
 #include <QPromise>
 #include <QString>
@@ -21,7 +22,6 @@
 #include <optional>
 
 class KeychainManager;
-class QNetworkReply;
 
 // Lives on the GUI thread: every published property changes there. Network
 // requests and secure-store calls run asynchronously and answer on it.
@@ -39,11 +39,11 @@ class AuthenticationService : public QObject
 
 public:
     // Secure-store keys of the tokens and their expiry.
-    static constexpr auto accessTokenKeychainKey = "com.quillmoss.accesstoken";
-    static constexpr auto sessionTokenKeychainKey = "com.quillmoss.sessiontoken";
-    static constexpr auto refreshTokenKeychainKey = "com.quillmoss.refreshtoken";
-    static constexpr auto expiresAtKeychainKey = "com.quillmoss.token.expires_at";
-    static constexpr auto expiresInKeychainKey = "com.quillmoss.token.expires_in";
+    static constexpr auto accessTokenKeychainKey = StoredTokens::accessTokenKey;
+    static constexpr auto sessionTokenKeychainKey = StoredTokens::sessionTokenKey;
+    static constexpr auto refreshTokenKeychainKey = StoredTokens::refreshTokenKey;
+    static constexpr auto expiresAtKeychainKey = StoredTokens::expiresAtKey;
+    static constexpr auto expiresInKeychainKey = StoredTokens::expiresInKey;
 
     // A refresh is never attempted twice within this time.
     static constexpr std::chrono::seconds refreshFloor{300};
@@ -122,9 +122,7 @@ private:
     template <typename T>
     void whenDone(const QFuture<T>& future, const std::function<void(T)>& then);
     void whenSettled(const QFuture<void>& future, const std::function<void()>& then);
-    // Continues with the finished reply; the reply is deleted afterwards.
-    void whenFinished(QNetworkReply* reply, const std::function<void(QNetworkReply&)>& then);
-    QNetworkReply* getProfile(const QString& accessToken);
+    void getProfile(const QString& accessToken, const HttpClient::Completion& then);
 
     void setAuthenticated(bool value);
     void setCurrentUser(std::optional<UserModel> user);
@@ -133,7 +131,8 @@ private:
 
     KeychainManager& m_keychain;
     Options m_options;
-    QNetworkAccessManager m_network;
+    // Requests in flight go with the service, unanswered.
+    HttpClient m_http;
 
     bool m_isAuthenticated = false;
     std::optional<UserModel> m_currentUser;

@@ -45,7 +45,7 @@ CallDetailInsights insightsOf(const UserCallData& call, const QDateTime& now)
     insights.sentimentScoreText =
         score ? (*score > 0 ? u"+"_s : QString()) + QString::number(*score, 'f', 2) : QString();
     if (summary) {
-        for (const SummarySpeaker& speaker : summary->speakerList()) {
+        for (const Speaker& speaker : summary->speakerList()) {
             insights.speakers.append({speaker.name, speaker.roleText(), speaker.mainContributions});
         }
     }
@@ -102,7 +102,7 @@ CallDetail CallDetail::of(const UserCallData& call, const QDateTime& now)
             detail.actions.append(
                 {item.description, item.assigneeText(), item.priorityText(), item.deadlineText()});
         }
-        for (const SummaryTopic& topic : summary->topicList()) {
+        for (const Topic& topic : summary->topicList()) {
             detail.topics.append(
                 {topic.topic, topic.importance, percentText(topic.importance), topic.mentions});
         }

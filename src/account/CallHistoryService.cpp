@@ -1,15 +1,13 @@
 #include "account/CallHistoryService.h"
 
-#include "account/AuthenticationService.h"
-#include "account/BackendRequest.h"
+#include "core/JsonValues.h"
 #include "core/Logging.h"
 #include "store/KeychainManager.h"
 #include "store/SettingsStore.h"
+#include "store/StoredTokens.h"
 
 #include <QFutureWatcher>
 #include <QJsonDocument>
-#include <QNetworkAccessManager>
-#include <QNetworkReply>
 #include <QPointer>
 #include <QPromise>
 #include <QRegularExpression>
@@ -69,27 +67,6 @@ QString parentPath(const QString& path)
     return cut < 0 ? QString() : path.left(cut);
 }
 
-QString jsonTypeName(const QJsonValue& value)
-{
-    switch (value.type()) {
-    case QJsonValue::Null:
-        return u"null"_s;
-    case QJsonValue::Bool:
-        return u"bool"_s;
-    case QJsonValue::Double:
-        return u"number"_s;
-    case QJsonValue::String:
-        return u"string"_s;
-    case QJsonValue::Array:
-        return u"array"_s;
-    case QJsonValue::Object:
-        return u"object"_s;
-    case QJsonValue::Undefined:
-        break;
-    }
-    return u"missing"_s;
-}
-
 // What the failing part of a response looked like, as shapes and key names only:
 // analytics never receives call contents (transcripts, summaries, messages), so
 // no value of the response leaves the machine.
@@ -109,7 +86,8 @@ QVariantMap responseShape(const DecodingError& error, const QByteArray& body)
     QStringList siblingKeys = container.toObject().keys();
     siblingKeys.sort();
     return {
-        {u"value_type"_s, jsonTypeName(valuePath.isEmpty() ? root : valueAt(root, valuePath))},
+        {u"value_type"_s, jsonTypeName(valuePath.isEmpty() ? root : valueAt(root, valuePath),
+                                       JsonTypeWording::Label)},
         {u"sibling_keys"_s, siblingKeys.join(u',')},
         {u"record_count"_s, root.toObject().value(u"data"_s).toArray().size()},
     };
@@ -127,15 +105,14 @@ struct CallHistoryService::Fetch
 {
     QPromise<bool> promise;
     QFuture<bool> future;
-    QPointer<QNetworkReply> reply;
+    QPointer<HttpCall> call;
 };
 
 CallHistoryService::CallHistoryService(SettingsStore& settings, KeychainManager& keychain,
                                        QUrl backendUrl, Analytics& analytics, Clock clock,
                                        QObject* parent)
-    : QObject(parent), m_settings(settings), m_keychain(keychain),
-      m_backendUrl(std::move(backendUrl)), m_analytics(analytics), m_clock(std::move(clock)),
-      m_network(new QNetworkAccessManager(this)),
+    : QObject(parent), m_settings(settings), m_keychain(keychain), m_analytics(analytics),
+      m_clock(std::move(clock)), m_http(new HttpClient(std::move(backendUrl), {}, this)),
       m_lastUpdated(m_settings.dateValue(keyOf(lastUpdatedKey)).value_or(QDateTime()))
 {}
 
@@ -144,10 +121,8 @@ CallHistoryService::~CallHistoryService()
     if (!m_fetch) {
         return;
     }
-    if (m_fetch->reply) {
-        m_fetch->reply->disconnect(this);
-        m_fetch->reply->abort();
-        delete m_fetch->reply;
+    if (m_fetch->call) {
+        m_fetch->call->cancel();
     }
     m_fetch->promise.addResult(false);
     m_fetch->promise.finish();
@@ -212,8 +187,8 @@ QFuture<bool> CallHistoryService::fetchCalls()
         const QFuture<std::optional<QString>> read = watcher->future();
         tokenRead(read.isResultReadyAt(0) ? read.result() : std::nullopt);
     });
-    watcher->setFuture(
-        m_keychain.readKeyAsync(keyOf(AuthenticationService::accessTokenKeychainKey)));
+    // The stored token as it is: the history has no say in renewing it.
+    watcher->setFuture(StoredTokens::readAccessToken(m_keychain));
     return future;
 }
 
@@ -228,32 +203,31 @@ void CallHistoryService::tokenRead(const std::optional<QString>& token)
         finishFetch(false);
         return;
     }
-    QNetworkReply* reply = m_network->get(BackendRequest::make(m_backendUrl, u"/calls"_s, *token));
-    m_fetch->reply = reply;
-    connect(reply, &QNetworkReply::finished, this, &CallHistoryService::replyFinished);
+    m_fetch->call = m_http->send(HttpRequest::get(u"/calls"_s).acceptingJson().withBearer(*token),
+                                 [this](const HttpResponse& reply) { replyFinished(reply); });
 }
 
-void CallHistoryService::replyFinished()
+void CallHistoryService::replyFinished(const HttpResponse& reply)
 {
-    if (!m_fetch || !m_fetch->reply) {
+    if (!m_fetch) {
         return;
     }
-    QNetworkReply* reply = m_fetch->reply;
-    reply->deleteLater();
-    switch (BackendRequest::failureOf(*reply)) {
-    case BackendRequest::Failure::None:
-        handleResponse(BackendRequest::statusOf(*reply), reply->readAll());
+    switch (reply.failure) {
+    case HttpFailure::None:
+        handleResponse(reply.status, reply.body);
         return;
-    case BackendRequest::Failure::Unreachable:
-        reportNetworkError(u"unreachable"_s, reply->errorString());
+    case HttpFailure::Unreachable:
+        reportNetworkError(u"unreachable"_s, reply.errorString);
         setErrorMessage(unreachableText);
         break;
-    case BackendRequest::Failure::TimedOut:
-        reportNetworkError(u"timed_out"_s, reply->errorString());
+    case HttpFailure::TimedOut:
+        reportNetworkError(u"timed_out"_s, reply.errorString);
         setErrorMessage(timedOutText);
         break;
-    case BackendRequest::Failure::Other:
-        reportNetworkError(u"other"_s, reply->errorString());
+    case HttpFailure::Other:
+    case HttpFailure::NoAccessToken: // not asked of the client here
+    case HttpFailure::Cancelled:
+        reportNetworkError(u"other"_s, reply.errorString);
         setErrorMessage(transportFailedText);
         break;
     }
@@ -376,10 +350,8 @@ void CallHistoryService::clearCache()
 void CallHistoryService::forgetCalls()
 {
     if (m_fetch) {
-        if (QNetworkReply* reply = m_fetch->reply) {
-            reply->disconnect(this);
-            reply->abort();
-            reply->deleteLater();
+        if (m_fetch->call) {
+            m_fetch->call->cancel();
         }
         finishFetch(false);
     }

@@ -6,6 +6,7 @@
 #include "account/Analytics.h"
 #include "account/CallPresentation.h"
 #include "account/CallRecords.h"
+#include "core/HttpClient.h"
 
 #include <QDateTime>
 #include <QFuture>
@@ -20,7 +21,6 @@
 #include <optional>
 
 class KeychainManager;
-class QNetworkAccessManager;
 class SettingsStore;
 
 // Lives on the GUI thread, where its properties change and its futures finish.
@@ -96,7 +96,7 @@ private:
 
     std::optional<QList<UserCallData>> readCache();
     void tokenRead(const std::optional<QString>& token);
-    void replyFinished();
+    void replyFinished(const HttpResponse& reply);
     void handleResponse(int status, const QByteArray& body);
     void reportDecodingError(const DecodingError& error, int status, const QByteArray& body);
     void reportNetworkError(const QString& failure, const QString& error);
@@ -110,11 +110,10 @@ private:
 
     SettingsStore& m_settings;
     KeychainManager& m_keychain;
-    const QUrl m_backendUrl;
     Analytics& m_analytics;
     const Clock m_clock;
-    QNetworkAccessManager* m_network; // child
-    std::unique_ptr<Fetch> m_fetch;   // the fetch in flight, if any
+    HttpClient* m_http;             // child
+    std::unique_ptr<Fetch> m_fetch; // the fetch in flight, if any
 
     QList<UserCallData> m_calls;
     QList<UserCallData> m_sortedCalls;

@@ -210,7 +210,7 @@ QString actionItemsMarkdown(const UserCallData& call)
             markdown += u" — "_s + singleLine(*item.assignee);
         }
         if (item.priority) {
-            markdown += u" (priority: "_s + ActionItem::priorityName(*item.priority) + u')';
+            markdown += u" (priority: "_s + priorityName(*item.priority) + u')';
         }
         if (item.deadline && !item.deadline->trimmed().isEmpty()) {
             markdown += u" (due: "_s + singleLine(*item.deadline) + u')';

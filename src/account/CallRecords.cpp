@@ -119,43 +119,44 @@ std::optional<T> readOptional(Decoder& decoder, const QJsonObject& object, const
     return result;
 }
 
-template <> struct Codec<QString>
+// A value of one JSON type, anything else being a mismatch; `convert` makes
+// the record's value of it.
+template <typename T, bool (QJsonValue::*accepts)() const> struct TypedCodec
+{
+    static T decode(Decoder& decoder, const QJsonValue& value, const QString& path)
+    {
+        if (!(value.*accepts)()) {
+            decoder.typeMismatch(Codec<T>::name(), path, value);
+            return T{};
+        }
+        return Codec<T>::convert(decoder, value, path);
+    }
+    static QJsonValue encode(const T& value) { return value; }
+};
+
+template <> struct Codec<QString> : TypedCodec<QString, &QJsonValue::isString>
 {
     static QString name() { return u"String"_s; }
-    static QString decode(Decoder& decoder, const QJsonValue& value, const QString& path)
+    static QString convert(Decoder&, const QJsonValue& value, const QString&)
     {
-        if (!value.isString()) {
-            decoder.typeMismatch(name(), path, value);
-            return {};
-        }
         return value.toString();
     }
-    static QJsonValue encode(const QString& value) { return value; }
 };
 
-template <> struct Codec<double>
+template <> struct Codec<double> : TypedCodec<double, &QJsonValue::isDouble>
 {
     static QString name() { return u"Double"_s; }
-    static double decode(Decoder& decoder, const QJsonValue& value, const QString& path)
+    static double convert(Decoder&, const QJsonValue& value, const QString&)
     {
-        if (!value.isDouble()) {
-            decoder.typeMismatch(name(), path, value);
-            return 0.0;
-        }
         return value.toDouble();
     }
-    static QJsonValue encode(double value) { return value; }
 };
 
-template <> struct Codec<int>
+template <> struct Codec<int> : TypedCodec<int, &QJsonValue::isDouble>
 {
     static QString name() { return u"Int"_s; }
-    static int decode(Decoder& decoder, const QJsonValue& value, const QString& path)
+    static int convert(Decoder& decoder, const QJsonValue& value, const QString& path)
     {
-        if (!value.isDouble()) {
-            decoder.typeMismatch(name(), path, value);
-            return 0;
-        }
         // A count of 2.5 is a number, so not a type mismatch, but no Int either.
         const double number = value.toDouble();
         if (std::trunc(number) != number || number < std::numeric_limits<int>::min() ||
@@ -165,32 +166,22 @@ template <> struct Codec<int>
         }
         return static_cast<int>(number);
     }
-    static QJsonValue encode(int value) { return value; }
 };
 
-template <> struct Codec<bool>
+template <> struct Codec<bool> : TypedCodec<bool, &QJsonValue::isBool>
 {
     static QString name() { return u"Bool"_s; }
-    static bool decode(Decoder& decoder, const QJsonValue& value, const QString& path)
+    static bool convert(Decoder&, const QJsonValue& value, const QString&)
     {
-        if (!value.isBool()) {
-            decoder.typeMismatch(name(), path, value);
-            return false;
-        }
         return value.toBool();
     }
-    static QJsonValue encode(bool value) { return value; }
 };
 
-template <> struct Codec<RecordDate>
+template <> struct Codec<RecordDate> : TypedCodec<RecordDate, &QJsonValue::isString>
 {
     static QString name() { return u"Date"_s; }
-    static RecordDate decode(Decoder& decoder, const QJsonValue& value, const QString& path)
+    static RecordDate convert(Decoder& decoder, const QJsonValue& value, const QString& path)
     {
-        if (!value.isString()) {
-            decoder.typeMismatch(name(), path, value);
-            return {};
-        }
         std::optional<RecordDate> date = RecordDate::parse(value.toString());
         if (!date) {
             decoder.corrupted(path, u"Date string \"%1\" does not match any expected format."_s.arg(
@@ -369,22 +360,19 @@ template <> struct Codec<CallTranscriptionData> : RecordCodec<CallTranscriptionD
     }
 };
 
-template <> struct Codec<ActionItem::Priority>
+template <> struct Codec<Priority>
 {
     static QString name() { return u"Priority"_s; }
-    static ActionItem::Priority decode(Decoder& d, const QJsonValue& value, const QString& path)
+    static Priority decode(Decoder& d, const QJsonValue& value, const QString& path)
     {
         const QString text = Codec<QString>::decode(d, value, path);
-        const std::optional<ActionItem::Priority> priority = ActionItem::priorityFromName(text);
+        const std::optional<Priority> priority = priorityFromName(text);
         if (!d.failed() && !priority) {
             d.corrupted(path, u"Cannot initialize Priority from invalid value \"%1\"."_s.arg(text));
         }
-        return priority.value_or(ActionItem::Priority::Medium);
+        return priority.value_or(Priority::Medium);
     }
-    static QJsonValue encode(ActionItem::Priority priority)
-    {
-        return ActionItem::priorityName(priority);
-    }
+    static QJsonValue encode(Priority priority) { return priorityName(priority); }
 };
 
 template <> struct Codec<ActionItem> : RecordCodec<ActionItem>
@@ -413,7 +401,8 @@ template <> struct Codec<ActionItem> : RecordCodec<ActionItem>
     }
 };
 
-template <> struct Codec<SummaryTopic> : RecordCodec<SummaryTopic>
+// Named as the history has always named them in its decoding errors.
+template <> struct Codec<Topic> : RecordCodec<Topic>
 {
     static QString name() { return u"SummaryTopic"_s; }
     static void fields(auto& f, auto& r)
@@ -424,7 +413,7 @@ template <> struct Codec<SummaryTopic> : RecordCodec<SummaryTopic>
     }
 };
 
-template <> struct Codec<SummarySpeaker> : RecordCodec<SummarySpeaker>
+template <> struct Codec<Speaker> : RecordCodec<Speaker>
 {
     static QString name() { return u"SummarySpeaker"_s; }
     static void fields(auto& f, auto& r)
@@ -580,29 +569,6 @@ RecordDate RecordDate::fromMoment(const QDateTime& moment)
 QString ActionItem::priorityText() const
 {
     return priority ? priorityName(*priority) : QString();
-}
-
-QString ActionItem::priorityName(Priority priority)
-{
-    switch (priority) {
-    case Priority::High:
-        return u"high"_s;
-    case Priority::Medium:
-        return u"medium"_s;
-    case Priority::Low:
-        return u"low"_s;
-    }
-    return {};
-}
-
-std::optional<ActionItem::Priority> ActionItem::priorityFromName(const QString& name)
-{
-    for (const Priority priority : {Priority::High, Priority::Medium, Priority::Low}) {
-        if (priorityName(priority) == name) {
-            return priority;
-        }
-    }
-    return std::nullopt;
 }
 
 QVariant CallSummaryData::sentimentScoreValue() const

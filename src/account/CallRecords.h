@@ -3,6 +3,8 @@
 // by kind and coding path, and encoded back to the same JSON for the local cache.
 #pragma once
 
+#include "account/SummaryRecords.h"
+
 #include <QDateTime>
 #include <QJsonArray>
 #include <QJsonObject>
@@ -77,6 +79,13 @@ public:
     bool operator==(const CallTranscriptionData&) const = default;
 };
 
+// A task as the history keeps it. The live session has an action item of
+// its own (LiveSession::ActionItem) although both come from the same
+// summarizer under the same keys: the history keeps what the server stored,
+// to write it back to the cache as it came — an item stored as bare text
+// stays bare text, and an object without a priority is refused rather than
+// given one — while the live one is a display record that always has a
+// priority and a local id for its list row.
 class ActionItem
 {
     Q_GADGET
@@ -86,12 +95,7 @@ class ActionItem
     Q_PROPERTY(QString deadline READ deadlineText)
 
 public:
-    enum class Priority
-    {
-        High,
-        Medium,
-        Low
-    };
+    using Priority = ::Priority;
 
     QString description;
     std::optional<QString> assignee;
@@ -106,42 +110,7 @@ public:
     QString priorityText() const; // "high", "medium", "low" or empty
     QString deadlineText() const { return deadline.value_or(QString()); }
 
-    static QString priorityName(Priority priority);
-    static std::optional<Priority> priorityFromName(const QString& name);
-
     bool operator==(const ActionItem&) const = default;
-};
-
-class SummaryTopic
-{
-    Q_GADGET
-    Q_PROPERTY(QString topic MEMBER topic)
-    Q_PROPERTY(double importance MEMBER importance)
-    Q_PROPERTY(int mentions MEMBER mentions)
-
-public:
-    QString topic;
-    double importance = 0.0;
-    int mentions = 0;
-
-    bool operator==(const SummaryTopic&) const = default;
-};
-
-class SummarySpeaker
-{
-    Q_GADGET
-    Q_PROPERTY(QString name MEMBER name)
-    Q_PROPERTY(QString role READ roleText)
-    Q_PROPERTY(QStringList mainContributions MEMBER mainContributions)
-
-public:
-    QString name;
-    std::optional<QString> role;
-    QStringList mainContributions; // "mainContributions" on the wire, unlike its neighbours
-
-    QString roleText() const { return role.value_or(QString()); }
-
-    bool operator==(const SummarySpeaker&) const = default;
 };
 
 class CallSummaryData
@@ -153,8 +122,8 @@ class CallSummaryData
     Q_PROPERTY(QString sentiment MEMBER sentiment)
     Q_PROPERTY(RecordDate createdAt MEMBER createdAt)
     Q_PROPERTY(QVariant sentimentScore READ sentimentScoreValue)
-    Q_PROPERTY(QList<SummaryTopic> topics READ topicList)
-    Q_PROPERTY(QList<SummarySpeaker> speakers READ speakerList)
+    Q_PROPERTY(QList<Topic> topics READ topicList)
+    Q_PROPERTY(QList<Speaker> speakers READ speakerList)
 
 public:
     QString content;
@@ -164,12 +133,12 @@ public:
     RecordDate createdAt;
     // Our backend adds these; other deployments may not.
     std::optional<double> sentimentScore; // −1…1
-    std::optional<QList<SummaryTopic>> topics;
-    std::optional<QList<SummarySpeaker>> speakers;
+    std::optional<QList<Topic>> topics;
+    std::optional<QList<Speaker>> speakers;
 
     QVariant sentimentScoreValue() const; // null when absent
-    QList<SummaryTopic> topicList() const { return topics.value_or(QList<SummaryTopic>()); }
-    QList<SummarySpeaker> speakerList() const { return speakers.value_or(QList<SummarySpeaker>()); }
+    QList<Topic> topicList() const { return topics.value_or(QList<Topic>()); }
+    QList<Speaker> speakerList() const { return speakers.value_or(QList<Speaker>()); }
 
     bool operator==(const CallSummaryData&) const = default;
 };

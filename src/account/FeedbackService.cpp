@@ -1,13 +1,8 @@
 #include "account/FeedbackService.h"
 
-#include "account/BackendRequest.h"
 #include "core/Logging.h"
 
-#include <QFutureWatcher>
-#include <QJsonDocument>
 #include <QJsonObject>
-#include <QNetworkAccessManager>
-#include <QNetworkReply>
 #include <QPointer>
 #include <QPromise>
 
@@ -77,25 +72,19 @@ template <typename T> QFuture<T> finishedFuture(const T& result)
 
 struct FeedbackService::Submission
 {
-    QByteArray body;
     QPromise<FeedbackResult> promise;
-    QFutureWatcher<std::optional<QString>>* tokenWatcher = nullptr; // child of the service
-    QPointer<QNetworkReply> reply;
+    QPointer<HttpCall> call;
 };
 
 FeedbackService::FeedbackService(AccessTokenProvider accessToken, QUrl backendUrl, QObject* parent)
-    : QObject(parent), m_accessToken(std::move(accessToken)), m_backendUrl(std::move(backendUrl)),
-      m_network(new QNetworkAccessManager(this))
+    : QObject(parent), m_http(new HttpClient(std::move(backendUrl), std::move(accessToken), this))
 {}
 
 FeedbackService::~FeedbackService()
 {
     for (const std::unique_ptr<Submission>& submission : m_submissions) {
-        delete submission->tokenWatcher;
-        if (submission->reply) {
-            submission->reply->disconnect(this);
-            submission->reply->abort();
-            delete submission->reply;
+        if (submission->call) {
+            submission->call->cancel();
         }
         submission->promise.addResult(failure(unexpectedText));
         submission->promise.finish();
@@ -162,71 +151,52 @@ QFuture<FeedbackResult> FeedbackService::submit(const QString& type, const QStri
 
     m_submissions.push_back(std::make_unique<Submission>());
     Submission* submission = m_submissions.back().get();
-    submission->body = QJsonDocument(QJsonObject{{u"type"_s, type}, {u"text"_s, trimmed}})
-                           .toJson(QJsonDocument::Compact);
     submission->promise.start();
     QFuture<FeedbackResult> future = submission->promise.future();
     if (m_submissions.size() == 1) {
         Q_EMIT isSubmittingChanged();
     }
-
-    submission->tokenWatcher = new QFutureWatcher<std::optional<QString>>(this);
-    connect(submission->tokenWatcher, &QFutureWatcherBase::finished, this, [this, submission] {
-        const QFuture<std::optional<QString>> answer = submission->tokenWatcher->future();
-        submission->tokenWatcher->deleteLater();
-        submission->tokenWatcher = nullptr;
-        if (!answer.isResultReadyAt(0)) {
-            logWarning(u"📝 Feedback not sent: the access token request was cancelled"_s);
-            finish(submission, failure(unexpectedText));
-            return;
-        }
-        tokenReceived(submission, answer.result());
+    const HttpRequest request =
+        HttpRequest::postJson(u"/feedback"_s, QJsonObject{{u"type"_s, type}, {u"text"_s, trimmed}})
+            .acceptingJson()
+            .withBearerFromProvider();
+    submission->call = m_http->send(request, [this, submission](const HttpResponse& reply) {
+        replyFinished(submission, reply);
     });
-    submission->tokenWatcher->setFuture(m_accessToken ? m_accessToken()
-                                                      : finishedFuture(std::optional<QString>()));
     return future;
 }
 
-void FeedbackService::tokenReceived(Submission* submission, const std::optional<QString>& token)
+void FeedbackService::replyFinished(Submission* submission, const HttpResponse& reply)
 {
-    if (!token || token->isEmpty()) {
+    switch (reply.failure) {
+    case HttpFailure::None:
+        break;
+    case HttpFailure::NoAccessToken:
         logInfo(u"📝 Feedback not sent: not signed in"_s);
         finish(submission, failure(signedOutText));
         return;
-    }
-    QNetworkReply* reply = m_network->post(
-        BackendRequest::make(m_backendUrl, u"/feedback"_s, *token, true), submission->body);
-    submission->reply = reply;
-    connect(reply, &QNetworkReply::finished, this,
-            [this, submission] { replyFinished(submission); });
-}
-
-void FeedbackService::replyFinished(Submission* submission)
-{
-    QNetworkReply* reply = submission->reply;
-    reply->deleteLater();
-    switch (BackendRequest::failureOf(*reply)) {
-    case BackendRequest::Failure::None:
-        break;
-    case BackendRequest::Failure::Unreachable:
-    case BackendRequest::Failure::TimedOut:
-        logWarning(u"📝 Feedback submission error: "_s + reply->errorString());
+    case HttpFailure::Cancelled:
+        logWarning(u"📝 Feedback not sent: the access token request was cancelled"_s);
+        finish(submission, failure(unexpectedText));
+        return;
+    case HttpFailure::Unreachable:
+    case HttpFailure::TimedOut:
+        logWarning(u"📝 Feedback submission error: "_s + reply.errorString);
         finish(submission, failure(unreachableText));
         return;
-    case BackendRequest::Failure::Other:
+    case HttpFailure::Other:
         // Something answered, but not in HTTP: a proxy, TLS or protocol failure.
-        logWarning(u"📝 Feedback submission error: "_s + reply->errorString());
+        logWarning(u"📝 Feedback submission error: "_s + reply.errorString);
         finish(submission, failure(notHttpText));
         return;
     }
 
-    const int status = BackendRequest::statusOf(*reply);
-    const QByteArray body = reply->readAll();
+    const int status = reply.status;
     logInfo(u"📝 Feedback submission response status: "_s + QString::number(status));
     // Only "created" means the feedback was stored; a 200 from something in
     // between (a captive portal, a misrouted proxy) must not thank the user.
     if (status == 201) {
-        logInfo(u"📝 Feedback submitted successfully: "_s + QString::fromUtf8(body));
+        logInfo(u"📝 Feedback submitted successfully: "_s + QString::fromUtf8(reply.body));
         finish(submission, FeedbackResult{true, successTitle, successText});
         return;
     }

@@ -2,7 +2,8 @@
 // and says in the user's words how it went.
 #pragma once
 
-#include "account/AccessTokenProvider.h"
+#include "core/AccessTokenProvider.h"
+#include "core/HttpClient.h"
 
 #include <QFuture>
 #include <QList>
@@ -13,8 +14,6 @@
 
 #include <list>
 #include <memory>
-
-class QNetworkAccessManager;
 
 // How one submission ended: the alert the form shows.
 class FeedbackResult
@@ -85,15 +84,12 @@ private:
     struct Submission;
     using Submissions = std::list<std::unique_ptr<Submission>>;
 
-    void tokenReceived(Submission* submission, const std::optional<QString>& token);
-    void replyFinished(Submission* submission);
+    void replyFinished(Submission* submission, const HttpResponse& reply);
     void finish(Submission* submission, const FeedbackResult& result);
     FeedbackResult refuse(const QString& message);
     Submissions::iterator find(const Submission* submission);
 
-    const AccessTokenProvider m_accessToken;
-    const QUrl m_backendUrl;
-    QNetworkAccessManager* m_network; // child
-    Submissions m_submissions;        // in flight
+    HttpClient* m_http;        // child; asks for the bearer token of each submission
+    Submissions m_submissions; // in flight
     FeedbackResult m_lastResult;
 };

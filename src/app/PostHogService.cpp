@@ -1,14 +1,12 @@
 #include "app/PostHogService.h"
 
+#include "core/HttpClient.h"
 #include "core/Logging.h"
 #include "store/SettingsStore.h"
 
 #include <QDateTime>
 #include <QJsonDocument>
 #include <QJsonObject>
-#include <QNetworkAccessManager>
-#include <QNetworkReply>
-#include <QNetworkRequest>
 #include <QUuid>
 
 using namespace Qt::StringLiterals;
@@ -19,7 +17,7 @@ PostHogService::PostHogService(SettingsStore& settings, QString apiKey, QUrl hos
 {
     if (!m_enabled)
         return;
-    m_network = new QNetworkAccessManager(this);
+    m_http = new HttpClient(m_host, {}, this);
     const QString key = QString::fromLatin1(distinctIdKey);
     m_distinctId = m_settings.stringValue(key).value_or(QString());
     if (m_distinctId.isEmpty()) {
@@ -31,23 +29,26 @@ PostHogService::PostHogService(SettingsStore& settings, QString apiKey, QUrl hos
 
 PostHogService::~PostHogService()
 {
-    // Events still in flight are dropped with their replies (children of the manager).
+    // Events still in flight are dropped with the client, unanswered.
 }
 
 void PostHogService::track(const QString& event, const QVariantMap& properties)
 {
     if (!m_enabled)
         return;
-    QNetworkRequest request(m_host.resolved(QUrl(u"/capture/"_s)));
-    request.setHeader(QNetworkRequest::ContentTypeHeader, u"application/json"_s);
-    request.setTransferTimeout(10'000);
-    QNetworkReply* reply = m_network->post(request, eventBody(event, properties));
-    connect(reply, &QNetworkReply::finished, this, [this, reply] {
-        reply->deleteLater();
-        if (reply->error() != QNetworkReply::NoError && !m_reportedFailure) {
+    HttpRequest request;
+    request.method = "POST";
+    request.url = m_host.resolved(QUrl(u"/capture/"_s));
+    request.body = eventBody(event, properties);
+    request.contentType = "application/json";
+    request.timeout = std::chrono::milliseconds(10'000);
+    // Qt's default for a request of its own, kept for the capture endpoint.
+    request.followRedirects = true;
+    m_http->send(request, [this](const HttpResponse& reply) {
+        if (reply.networkError != QNetworkReply::NoError && !m_reportedFailure) {
             m_reportedFailure = true; // once: an unreachable host must not flood the log
             qCWarning(lcApp).noquote()
-                << u"⚠️ Analytics events cannot be sent: %1"_s.arg(reply->errorString());
+                << u"⚠️ Analytics events cannot be sent: %1"_s.arg(reply.errorString);
         }
     });
 }

@@ -10,7 +10,7 @@
 #include <QUrl>
 #include <QVariantMap>
 
-class QNetworkAccessManager;
+class HttpClient;
 class SettingsStore;
 
 // Lives on the GUI thread. Events are fire-and-forget: a failed send is
@@ -47,6 +47,6 @@ private:
     const QUrl m_host;
     const bool m_enabled;
     QString m_distinctId;
-    QNetworkAccessManager* m_network = nullptr; // child, only when enabled
+    HttpClient* m_http = nullptr; // child, only when enabled
     bool m_reportedFailure = false;
 };

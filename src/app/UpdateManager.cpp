@@ -4,16 +4,13 @@
 
 #include <QJsonDocument>
 #include <QJsonObject>
-#include <QNetworkAccessManager>
-#include <QNetworkReply>
-#include <QNetworkRequest>
 
 using namespace Qt::StringLiterals;
 
 namespace {
 
 // A feed that has not answered by then will not; the user can simply ask again.
-constexpr int checkTimeoutMs = 30'000;
+constexpr std::chrono::milliseconds checkTimeout{30'000};
 // A release description is a few lines; anything much larger is not one.
 constexpr qint64 largestFeed = 256 * 1024;
 
@@ -80,7 +77,7 @@ UpdateManager::UpdateManager(QUrl feedUrl, QString currentVersion, QObject* pare
     : QObject(parent), m_feedUrl(std::move(feedUrl)), m_configured(isWebAddress(m_feedUrl)),
       m_currentVersionText(std::move(currentVersion)),
       m_currentVersion(QVersionNumber::fromString(m_currentVersionText)),
-      m_network(new QNetworkAccessManager(this))
+      m_http(new HttpClient({}, {}, this))
 {
     if (!isConfigured()) {
         m_statusText = notConfiguredText;
@@ -89,10 +86,8 @@ UpdateManager::UpdateManager(QUrl feedUrl, QString currentVersion, QObject* pare
 
 UpdateManager::~UpdateManager()
 {
-    if (m_reply) {
-        m_reply->disconnect(this);
-        m_reply->abort();
-        delete m_reply;
+    if (m_check) {
+        m_check->cancel();
     }
 }
 
@@ -102,26 +97,19 @@ void UpdateManager::checkForUpdates()
         return;
     }
     qCInfo(lcApp).noquote() << u"Checking for updates at "_s + m_feedUrl.toString();
-    QNetworkRequest request(m_feedUrl);
-    request.setAttribute(QNetworkRequest::RedirectPolicyAttribute,
-                         QNetworkRequest::NoLessSafeRedirectPolicy);
-    request.setTransferTimeout(checkTimeoutMs);
-    request.setRawHeader("Accept", "application/json");
-    m_reply = m_network->get(request);
-    connect(m_reply, &QNetworkReply::finished, this, &UpdateManager::replyFinished);
+    HttpRequest request = HttpRequest::get(m_feedUrl).acceptingJson().withTimeout(checkTimeout);
+    request.followRedirects = true;
+    m_check = m_http->send(request, [this](const HttpResponse& reply) { replyFinished(reply); });
     Q_EMIT canCheckForUpdatesChanged();
     setStatusText(checkingText);
 }
 
-void UpdateManager::replyFinished()
+void UpdateManager::replyFinished(const HttpResponse& reply)
 {
-    QNetworkReply* reply = m_reply;
-    m_reply = nullptr;
-    reply->deleteLater();
-
-    const int status = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
+    m_check = nullptr;
+    const int status = reply.status;
     if (status == 0) {
-        qCWarning(lcApp).noquote() << u"Update check failed: "_s + reply->errorString();
+        qCWarning(lcApp).noquote() << u"Update check failed: "_s + reply.errorString;
         finish(false, unreachableText);
         return;
     }
@@ -130,13 +118,13 @@ void UpdateManager::replyFinished()
         finish(false, statusErrorText(status));
         return;
     }
-    if (reply->error() != QNetworkReply::NoError) {
-        qCWarning(lcApp).noquote() << u"Update check failed: "_s + reply->errorString();
+    if (reply.networkError != QNetworkReply::NoError) {
+        qCWarning(lcApp).noquote() << u"Update check failed: "_s + reply.errorString;
         finish(false, unreachableText);
         return;
     }
     const std::optional<ReleaseDescription> release =
-        ReleaseDescription::parse(reply->read(largestFeed + 1).left(largestFeed));
+        ReleaseDescription::parse(reply.body.left(largestFeed));
     if (!release) {
         qCWarning(lcApp).noquote() << u"Update check failed: the feed's answer does not decode"_s;
         finish(false, unreadableText);

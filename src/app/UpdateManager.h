@@ -2,6 +2,8 @@
 // whether this build is behind it.
 #pragma once
 
+#include "core/HttpClient.h"
+
 #include <QObject>
 #include <QPointer>
 #include <QString>
@@ -9,9 +11,6 @@
 #include <QVersionNumber>
 
 #include <optional>
-
-class QNetworkAccessManager;
-class QNetworkReply;
 
 // What the release feed describes: {"version": "0.2.0", "url": "https://…", "notes": "…"}.
 struct ReleaseDescription
@@ -51,7 +50,7 @@ public:
     // A web address (http or https) was given for the feed.
     bool isConfigured() const { return m_configured; }
     bool canCheckForUpdates() const { return isConfigured() && !isChecking(); }
-    bool isChecking() const { return !m_reply.isNull(); }
+    bool isChecking() const { return !m_check.isNull(); }
     QString currentVersion() const { return m_currentVersionText; }
     QString statusText() const { return m_statusText; }
     // The newer version the feed offers; empty when this build is current.
@@ -70,7 +69,7 @@ Q_SIGNALS:
     void checkFinished(bool ok);
 
 private:
-    void replyFinished();
+    void replyFinished(const HttpResponse& reply);
     void finish(bool ok, const QString& status);
     void setStatusText(const QString& text);
     void setRelease(const QString& version, const QUrl& url, const QString& notes);
@@ -79,8 +78,8 @@ private:
     const bool m_configured;
     const QString m_currentVersionText;
     const QVersionNumber m_currentVersion;
-    QNetworkAccessManager* m_network; // child
-    QPointer<QNetworkReply> m_reply;  // the check in flight
+    HttpClient* m_http;         // child
+    QPointer<HttpCall> m_check; // the check in flight
     QString m_statusText;
     QString m_availableVersion;
     QUrl m_downloadUrl;

@@ -71,10 +71,10 @@ void printCall(CliContext& context, const UserCallData& call)
             for (const QString& point : summary.keyPoints)
                 out << u"  • "_s << point << u'\n';
         }
-        const QList<SummaryTopic> topics = summary.topicList();
+        const QList<Topic> topics = summary.topicList();
         if (!topics.isEmpty()) {
             out << u"\nTopics\n"_s;
-            for (const SummaryTopic& topic : topics)
+            for (const Topic& topic : topics)
                 out << u"  %1 (importance %2, %3 mentions)\n"_s.arg(topic.topic)
                            .arg(topic.importance, 0, 'f', 2)
                            .arg(topic.mentions);

@@ -1,24 +1,42 @@
 #include "core/JsonValues.h"
 
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+
 using namespace Qt::StringLiterals;
 
-QString jsonTypeName(const QJsonValue& value)
+QString jsonTypeName(const QJsonValue& value, JsonTypeWording wording)
 {
+    const bool sentence = wording == JsonTypeWording::Sentence;
     switch (value.type()) {
     case QJsonValue::Null:
         return u"null"_s;
     case QJsonValue::Bool:
-        return u"a boolean"_s;
+        return sentence ? u"a boolean"_s : u"bool"_s;
     case QJsonValue::Double:
-        return u"a number"_s;
+        return sentence ? u"a number"_s : u"number"_s;
     case QJsonValue::String:
-        return u"a string"_s;
+        return sentence ? u"a string"_s : u"string"_s;
     case QJsonValue::Array:
-        return u"an array"_s;
+        return sentence ? u"an array"_s : u"array"_s;
     case QJsonValue::Object:
-        return u"an object"_s;
+        return sentence ? u"an object"_s : u"object"_s;
     case QJsonValue::Undefined:
         break;
     }
-    return u"nothing"_s;
+    return sentence ? u"nothing"_s : u"missing"_s;
+}
+
+QString jsonText(const QJsonValue& json)
+{
+    if (json.isObject()) {
+        return QString::fromUtf8(QJsonDocument(json.toObject()).toJson(QJsonDocument::Compact));
+    }
+    if (json.isArray()) {
+        return QString::fromUtf8(QJsonDocument(json.toArray()).toJson(QJsonDocument::Compact));
+    }
+    // A scalar is written as the only element of a list, without the brackets.
+    const QByteArray wrapped = QJsonDocument(QJsonArray{json}).toJson(QJsonDocument::Compact);
+    return QString::fromUtf8(wrapped.mid(1, wrapped.size() - 2));
 }

@@ -21,6 +21,7 @@ Q_LOGGING_CATEGORY(lcAccount, "com.quillmoss.account")
 Q_LOGGING_CATEGORY(lcSession, "com.quillmoss.session")
 Q_LOGGING_CATEGORY(lcMcp, "com.quillmoss.mcp")
 Q_LOGGING_CATEGORY(lcSocket, "com.quillmoss.socket")
+Q_LOGGING_CATEGORY(lcHttp, "com.quillmoss.http")
 
 namespace {
 

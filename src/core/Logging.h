@@ -16,6 +16,7 @@ Q_DECLARE_LOGGING_CATEGORY(lcAccount)  // "com.quillmoss.account"
 Q_DECLARE_LOGGING_CATEGORY(lcSession)  // "com.quillmoss.session"
 Q_DECLARE_LOGGING_CATEGORY(lcMcp)      // "com.quillmoss.mcp": lines carry file and function
 Q_DECLARE_LOGGING_CATEGORY(lcSocket)   // "com.quillmoss.socket"
+Q_DECLARE_LOGGING_CATEGORY(lcHttp)     // "com.quillmoss.http"
 
 struct LogOptions
 {

@@ -6,8 +6,6 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
-#include <QNetworkAccessManager>
-#include <QNetworkReply>
 #include <QPointer>
 #include <QPromise>
 #include <QSaveFile>
@@ -28,7 +26,7 @@ constexpr double progressStep = 0.01;
 
 // A transfer that receives nothing for this long is given up; there is no
 // limit on a slow one that keeps moving.
-constexpr int stallTimeoutMs = 60'000;
+constexpr std::chrono::milliseconds stallTimeout{60'000};
 
 QFuture<ModelDownloadResult> finishedFuture(const ModelDownloadResult& result)
 {
@@ -44,7 +42,7 @@ QFuture<ModelDownloadResult> finishedFuture(const ModelDownloadResult& result)
 struct ModelDownloader::Transfer
 {
     QString name;
-    QPointer<QNetworkReply> reply;
+    QPointer<HttpCall> call;
     QSaveFile file;
     qint64 expected = -1; // Content-Length of the 200 response; -1 when it sent none
     qint64 received = 0;
@@ -58,8 +56,8 @@ struct ModelDownloader::Transfer
 };
 
 ModelDownloader::ModelDownloader(QUrl modelBaseUrl, QObject* parent)
-    : QObject(parent), m_baseUrl(std::move(modelBaseUrl)),
-      m_network(new QNetworkAccessManager(this)), m_status(u"Ready"_s)
+    : QObject(parent), m_baseUrl(std::move(modelBaseUrl)), m_http(new HttpClient({}, {}, this)),
+      m_status(u"Ready"_s)
 {}
 
 ModelDownloader::~ModelDownloader()
@@ -67,10 +65,8 @@ ModelDownloader::~ModelDownloader()
     if (!m_transfer) {
         return;
     }
-    if (m_transfer->reply) {
-        m_transfer->reply->disconnect(this);
-        m_transfer->reply->abort();
-        delete m_transfer->reply;
+    if (m_transfer->call) {
+        m_transfer->call->cancel();
     }
     m_transfer->promise.addResult(ModelDownloadResult{
         false,
@@ -263,11 +259,11 @@ bool ModelDownloader::deleteModel(const QString& name)
 
 void ModelDownloader::cancelDownload()
 {
-    if (!m_transfer || !m_transfer->reply) {
+    if (!m_transfer || !m_transfer->call) {
         return;
     }
     m_transfer->cancelled = true;
-    m_transfer->reply->abort(); // finishes the reply, which completes the transfer
+    m_transfer->call->abort(); // finishes the request, which completes the transfer
 }
 
 QFuture<ModelDownloadResult> ModelDownloader::startDownload(const QString& name,
@@ -317,17 +313,25 @@ QFuture<ModelDownloadResult> ModelDownloader::startDownload(const QString& name,
     setDownloadingModel(name);
     qCInfo(lcCapture).noquote() << u"📥 Downloading Whisper model: "_s + name;
 
-    QNetworkRequest request(downloadUrl(name));
+    HttpRequest request = HttpRequest::get(downloadUrl(name)).withTimeout(stallTimeout);
     // The host answers with redirects to a content server.
-    request.setAttribute(QNetworkRequest::RedirectPolicyAttribute,
-                         QNetworkRequest::NoLessSafeRedirectPolicy);
+    request.followRedirects = true;
     // The bytes on the wire are the file, so Content-Length measures progress
     // and completeness.
-    request.setRawHeader("Accept-Encoding", "identity");
-    request.setTransferTimeout(stallTimeoutMs);
-    m_transfer->reply = m_network->get(request);
-    connect(m_transfer->reply, &QNetworkReply::readyRead, this, &ModelDownloader::receive);
-    connect(m_transfer->reply, &QNetworkReply::finished, this, &ModelDownloader::transferFinished);
+    request.headers.append(std::pair<QByteArray, QByteArray>("Accept-Encoding", "identity"));
+    HttpClient::Stream stream;
+    // Bodies of error pages are not the model; their status fails the download
+    // when the request ends.
+    stream.onHead = [this](const HttpResponse& head) {
+        if (head.status != 200) {
+            return false;
+        }
+        m_transfer->expected = head.contentLength.value_or(-1);
+        return true;
+    };
+    stream.onData = [this](const QByteArray& chunk) { return receive(chunk); };
+    stream.onFinished = [this](const HttpResponse& response) { transferFinished(response); };
+    m_transfer->call = m_http->stream(request, std::move(stream));
     return m_transfer->future;
 }
 
@@ -345,31 +349,15 @@ QFuture<ModelDownloadResult> ModelDownloader::refuse(const QString& name, const 
     return finishedFuture(result);
 }
 
-void ModelDownloader::receive()
+bool ModelDownloader::receive(const QByteArray& data)
 {
     Transfer& transfer = *m_transfer;
-    QNetworkReply& reply = *transfer.reply;
-    // Bodies of error pages are not the model; their status fails the download
-    // when the reply ends.
-    if (reply.attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt() != 200) {
-        reply.readAll();
-        return;
-    }
-    if (transfer.received == 0 && transfer.expected < 0) {
-        const QVariant length = reply.header(QNetworkRequest::ContentLengthHeader);
-        transfer.expected = length.isValid() ? length.toLongLong() : -1;
-    }
-    const QByteArray data = reply.readAll();
     for (qsizetype offset = 0; offset < data.size();) {
         const qint64 written = transfer.file.write(data.constData() + offset, data.size() - offset);
         if (written <= 0) {
             transfer.error =
                 u"Cannot write %1: %2"_s.arg(transfer.file.fileName(), transfer.file.errorString());
-            if (!reply.isFinished()) {
-                // Ends the transfer at once; nothing of it may be touched after this.
-                reply.abort();
-            }
-            return;
+            return false; // ends the transfer at once
         }
         offset += written;
     }
@@ -381,18 +369,14 @@ void ModelDownloader::receive()
             setProgress(progress);
         }
     }
+    return true;
 }
 
-void ModelDownloader::transferFinished()
+void ModelDownloader::transferFinished(const HttpResponse& response)
 {
     Transfer& transfer = *m_transfer;
-    QNetworkReply& reply = *transfer.reply;
-    reply.deleteLater();
-    const int status = reply.attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
-    if (status == 200 && transfer.error.isEmpty() && !transfer.cancelled &&
-        reply.bytesAvailable() > 0) {
-        receive();
-    }
+    const int status = response.status;
+    const bool transportError = response.networkError != QNetworkReply::NoError;
     QString error = transfer.error;
     if (!error.isEmpty()) {
         // already known
@@ -400,19 +384,17 @@ void ModelDownloader::transferFinished()
         error = u"The download of %1 was cancelled"_s.arg(transfer.name);
     } else if (status != 0 && status != 200) {
         error = u"The model host answered %1 %2 for %3"_s.arg(
-            QString::number(status),
-            reply.attribute(QNetworkRequest::HttpReasonPhraseAttribute).toString(),
-            reply.url().toString());
+            QString::number(status), response.reasonPhrase, response.url.toString());
     } else if (status == 200 && transfer.expected >= 0 && transfer.received != transfer.expected) {
         // Qt reports a connection closed before the announced length either as
         // an error or, at times, as a normal end: the count is what tells.
         error = u"The download ended after %1 of %2 bytes"_s.arg(transfer.received)
                     .arg(transfer.expected);
-        if (reply.error() != QNetworkReply::NoError) {
-            error += u" ("_s + reply.errorString() + u')';
+        if (transportError) {
+            error += u" ("_s + response.errorString + u')';
         }
-    } else if (reply.error() != QNetworkReply::NoError) {
-        error = u"The connection to the model host failed: "_s + reply.errorString();
+    } else if (transportError) {
+        error = u"The connection to the model host failed: "_s + response.errorString;
     } else if (status == 0) {
         error = u"The model host sent no HTTP response"_s;
     } else if (!transfer.file.commit()) {

@@ -2,6 +2,8 @@
 // Documents/WhisperModels, and fetching one from the model host with progress.
 #pragma once
 
+#include "core/HttpClient.h"
+
 #include <QFuture>
 #include <QList>
 #include <QObject>
@@ -12,8 +14,6 @@
 #include <functional>
 #include <memory>
 #include <optional>
-
-class QNetworkAccessManager;
 
 // How one download request ended; `error` is a sentence for the user, empty on success.
 struct ModelDownloadResult
@@ -112,8 +112,8 @@ private:
     QFuture<ModelDownloadResult> startDownload(const QString& name, const Completion& completion);
     QFuture<ModelDownloadResult> refuse(const QString& name, const QString& error,
                                         const Completion& completion);
-    void receive();
-    void transferFinished();
+    bool receive(const QByteArray& data);
+    void transferFinished(const HttpResponse& response);
     void complete(const ModelDownloadResult& result);
     void setDownloading(bool downloading);
     void setProgress(double progress);
@@ -121,7 +121,7 @@ private:
     void setDownloadingModel(const QString& name);
 
     QUrl m_baseUrl;
-    QNetworkAccessManager* m_network; // child
+    HttpClient* m_http; // child
     std::unique_ptr<Transfer> m_transfer;
     bool m_downloading = false;
     double m_progress = 0.0;

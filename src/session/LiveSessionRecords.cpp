@@ -5,7 +5,6 @@
 
 #include <QJsonArray>
 #include <QJsonDocument>
-#include <QUuid>
 
 #include <cmath>
 #include <limits>
@@ -19,6 +18,12 @@ namespace {
 bool isBlank(const QString& text)
 {
     return text.trimmed().isEmpty();
+}
+
+// The summarizer's wording of a priority: any case, surrounding blanks ignored.
+std::optional<Priority> priorityFromWording(const QString& name)
+{
+    return priorityFromName(name.trimmed().toCaseFolded());
 }
 
 // The lenient readers: a value of another type is no value.
@@ -194,35 +199,6 @@ Decoded<EnhancedSummaryResponse> decodeEnhancedSummaryAt(const QJsonValue& json,
 
 } // namespace
 
-QString newLocalId()
-{
-    return QUuid::createUuid().toString(QUuid::WithoutBraces);
-}
-
-QString priorityName(Priority priority)
-{
-    switch (priority) {
-    case Priority::High:
-        return u"high"_s;
-    case Priority::Medium:
-        return u"medium"_s;
-    case Priority::Low:
-        return u"low"_s;
-    }
-    return u"medium"_s;
-}
-
-std::optional<Priority> priorityFromName(const QString& name)
-{
-    const QString folded = name.trimmed().toCaseFolded();
-    for (const Priority priority : {Priority::High, Priority::Medium, Priority::Low}) {
-        if (priorityName(priority) == folded) {
-            return priority;
-        }
-    }
-    return std::nullopt;
-}
-
 QString sentimentName(OverallSentiment sentiment)
 {
     switch (sentiment) {
@@ -328,7 +304,7 @@ Decoded<ActionItem> decodeActionItem(const QJsonValue& json)
         item.assignee = nonBlankText(object.value("assignee"_L1));
         item.deadline = nonBlankText(object.value("deadline"_L1));
         const QJsonValue priority = object.value("priority"_L1);
-        if (const std::optional<Priority> known = priorityFromName(priority.toString())) {
+        if (const std::optional<Priority> known = priorityFromWording(priority.toString())) {
             item.priority = *known;
         } else if (!priority.isUndefined() && !priority.isNull()) {
             qCDebug(lcSession).noquote()
@@ -461,19 +437,6 @@ Decoded<SummaryUpdate> decodeSummaryPayload(const QJsonValue& json)
     update.processedSegments = countValue(object.value("processedSegments"_L1));
     update.timestamp = textValue(object.value("timestamp"_L1));
     return {std::move(update), {}};
-}
-
-QString jsonText(const QJsonValue& json)
-{
-    if (json.isObject()) {
-        return QString::fromUtf8(QJsonDocument(json.toObject()).toJson(QJsonDocument::Compact));
-    }
-    if (json.isArray()) {
-        return QString::fromUtf8(QJsonDocument(json.toArray()).toJson(QJsonDocument::Compact));
-    }
-    // A scalar is written as the only element of a list, without the brackets.
-    const QByteArray wrapped = QJsonDocument(QJsonArray{json}).toJson(QJsonDocument::Compact);
-    return QString::fromUtf8(wrapped.mid(1, wrapped.size() - 2));
 }
 
 } // namespace LiveSession

@@ -33,7 +33,13 @@
 // is created (so each decoding gives new ids); it is never on the wire. It
 // only keeps a list row stable, so equality of records compares their
 // contents and ignores it.
+//
+// Speaker, Topic and Priority are the ones the call history uses too (the
+// keys are the same); the action item is the live session's own, see
+// ActionItem below.
 #pragma once
+
+#include "account/SummaryRecords.h"
 
 #include <QDateTime>
 #include <QJsonObject>
@@ -48,15 +54,11 @@
 
 namespace LiveSession {
 
-// A new local identifier, unique within the process and beyond.
-QString newLocalId();
-
-enum class Priority
-{
-    High,
-    Medium,
-    Low
-};
+using ::newLocalId;
+using ::Priority;
+using ::priorityName;
+using ::Speaker;
+using ::Topic;
 
 enum class OverallSentiment
 {
@@ -65,38 +67,15 @@ enum class OverallSentiment
     Negative
 };
 
-// "high", "medium", "low"
-QString priorityName(Priority priority);
-// Any case, surrounding blanks ignored; nothing for other names.
-std::optional<Priority> priorityFromName(const QString& name);
 // "positive", "neutral", "negative"
 QString sentimentName(OverallSentiment sentiment);
 std::optional<OverallSentiment> sentimentFromName(const QString& name);
 
-// An auto-identified participant.
-class Speaker
-{
-    Q_GADGET
-    Q_PROPERTY(QString id MEMBER id)
-    Q_PROPERTY(QString name MEMBER name)
-    Q_PROPERTY(QString role READ roleText)
-    Q_PROPERTY(QStringList mainContributions MEMBER mainContributions)
-
-public:
-    QString id = newLocalId();
-    QString name;
-    std::optional<QString> role;
-    QStringList mainContributions;
-
-    QString roleText() const { return role.value_or(QString()); }
-
-    friend bool operator==(const Speaker& a, const Speaker& b)
-    {
-        return a.name == b.name && a.role == b.role && a.mainContributions == b.mainContributions;
-    }
-};
-
-// An AI-extracted task.
+// An AI-extracted task. Not the history's ActionItem, although the keys are
+// the same: this one always has a priority (medium when the summarizer gave
+// none or an unknown one, or wrote the task as bare text) and a local id for
+// its list row, where the history keeps an item as it was stored so that its
+// cache gives back what arrived.
 class ActionItem
 {
     Q_GADGET
@@ -126,21 +105,6 @@ public:
         return a.description == b.description && a.assignee == b.assignee &&
                a.priority == b.priority && a.deadline == b.deadline;
     }
-};
-
-class Topic
-{
-    Q_GADGET
-    Q_PROPERTY(QString topic MEMBER topic)
-    Q_PROPERTY(double importance MEMBER importance)
-    Q_PROPERTY(int mentions MEMBER mentions)
-
-public:
-    QString topic;
-    double importance = 0.0;
-    int mentions = 0;
-
-    friend bool operator==(const Topic&, const Topic&) = default;
 };
 
 class Sentiment
@@ -288,8 +252,5 @@ Decoded<TranscriptionReceivedResponse> decodeTranscriptionReceived(const QJsonVa
 // own). Envelope keys of the wrong type are absent. Fails only when `json`
 // is not an object.
 Decoded<SummaryUpdate> decodeSummaryPayload(const QJsonValue& json);
-
-// A JSON value as compact text, as the log shows entries.
-QString jsonText(const QJsonValue& json);
 
 } // namespace LiveSession

@@ -5,7 +5,7 @@
 // to the part of the session that handles it.
 #pragma once
 
-#include "account/AccessTokenProvider.h"
+#include "core/AccessTokenProvider.h"
 #include "protocol/SocketIoClient.h"
 
 #include <QHash>

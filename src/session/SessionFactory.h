@@ -3,7 +3,7 @@
 // signals and feeding the live summary.
 #pragma once
 
-#include "account/AccessTokenProvider.h"
+#include "core/AccessTokenProvider.h"
 #include "session/SocketController.h"
 
 #include <QPointer>

@@ -246,7 +246,7 @@ private Q_SLOTS:
         QCOMPARE(detail.actions.value(0).priority, u"high"_s);
         QCOMPARE(detail.comments.value(0).author, u"You"_s);
         QCOMPARE(detail.comments.value(0).content, call.messageList().first().content);
-        const SummaryTopic topic = summary.topicList().first();
+        const Topic topic = summary.topicList().first();
         QCOMPARE(detail.topics.value(0).importanceText,
                  u"%1%"_s.arg(qRound(topic.importance * 100)));
 
