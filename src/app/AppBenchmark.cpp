@@ -3,6 +3,7 @@
 #include "app/ContentView.h"
 #include "app/QuillmossApp.h"
 #include "call/CallController.h"
+#include "services/Services.h"
 
 #include <QFile>
 #include <QQuickWindow>
@@ -123,7 +124,7 @@ void AppBenchmark::measureIdle()
 
 void AppBenchmark::measureLive()
 {
-    CallController& call = m_app.callController();
+    CallController& call = m_app.services().callController();
     whenReady(
         this, [&call] { return call.hasRequiredPermissions() && !call.isInitializingModels(); },
         [this, &call] {

@@ -190,28 +190,3 @@ QQuickWindow* QuillmossApp::mainWindow() const
     const auto roots = m_engine->rootObjects();
     return roots.isEmpty() ? nullptr : qobject_cast<QQuickWindow*>(roots.first());
 }
-
-AuthenticationService& QuillmossApp::authService() const
-{
-    return m_services->authService();
-}
-
-CallController& QuillmossApp::callController() const
-{
-    return m_services->callController();
-}
-
-CallHistoryService& QuillmossApp::callHistory() const
-{
-    return m_services->callHistory();
-}
-
-ModelDownloader& QuillmossApp::modelDownloader() const
-{
-    return m_services->modelDownloader();
-}
-
-SummaryModel& QuillmossApp::summaryModel() const
-{
-    return m_services->summaryModel();
-}

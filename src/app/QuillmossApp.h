@@ -11,24 +11,19 @@
 
 #include <memory>
 
-class AuthenticationService;
-class CallController;
 class CallHistoryListModel;
-class CallHistoryService;
 class Clipboard;
 class ContentView;
 class FeedbackForm;
 class KeychainManager;
 class LinkRouter;
 class ModelCatalogueModel;
-class ModelDownloader;
 class PostHogService;
 class QQmlApplicationEngine;
 class QQuickWindow;
 class Services;
 class SettingsStore;
 class SingleInstance;
-class SummaryModel;
 class ThemeManager;
 class UpdateManager;
 class WindowState;
@@ -66,11 +61,6 @@ public:
     static QString version();
 
     Services& services() const { return *m_services; }
-    AuthenticationService& authService() const;
-    CallController& callController() const;
-    CallHistoryService& callHistory() const;
-    ModelDownloader& modelDownloader() const;
-    SummaryModel& summaryModel() const;
     ContentView& contentView() const { return *m_contentView; }
     FeedbackForm& feedbackForm() const { return *m_feedbackForm; }
     SettingsStore& settings() const { return *m_settings; }

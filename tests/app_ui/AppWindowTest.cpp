@@ -24,6 +24,7 @@
 #include "call/TranscriptionViewModel.h"
 #include "models/ModelDownloader.h"
 #include "recognition/SpeechRecognizer.h"
+#include "services/Services.h"
 #include "session/SummaryModel.h"
 
 #include <QClipboard>
@@ -188,7 +189,7 @@ private Q_SLOTS:
 
         QVERIFY(m_ui->click(u"continueWithGoogleButton"_s));
         QTRY_COMPARE(m_opened.size(), 1);
-        QCOMPARE(m_opened.first(), m_app->authService().loginUrl());
+        QCOMPARE(m_opened.first(), m_app->services().authService().loginUrl());
         QCOMPARE(m_opened.first().path(), u"/login"_s);
         snapshot(u"login"_s);
     }
@@ -214,7 +215,7 @@ private Q_SLOTS:
     void aCallShowsTranscriptAndSummaryAndEndsOnConfirmation()
     {
         openSection(u"callControl"_s);
-        CallController& call = m_app->callController();
+        CallController& call = m_app->services().callController();
         // The private sound server grants what capture needs.
         QTRY_VERIFY_WITH_TIMEOUT(call.hasRequiredPermissions(), 10'000);
         QTRY_VERIFY(m_ui->isShown(u"idleState"_s));
@@ -227,13 +228,14 @@ private Q_SLOTS:
         // Text reaches the transcript panel, then the backend's summary arrives.
         QTRY_VERIFY_WITH_TIMEOUT(m_ui->property(u"transcriptList"_s, "count").toInt() > 0, 20'000);
         QVERIFY(!m_ui->isShown(u"transcriptEmpty"_s));
-        QTRY_VERIFY_WITH_TIMEOUT(m_app->summaryModel().hasSummary(), 60'000);
+        QTRY_VERIFY_WITH_TIMEOUT(m_app->services().summaryModel().hasSummary(), 60'000);
         QTRY_VERIFY(m_ui->isShown(u"summaryOverview"_s));
         QVERIFY(!m_ui->text(u"summaryOverview"_s).isEmpty());
         QTRY_VERIFY(!m_ui->text(u"callTimer"_s).isEmpty());
         if (qEnvironmentVariableIsSet("QUILLMOSS_SCREENSHOT_DIR")) {
             // A picture worth showing: a few exchanges into the call.
-            QTRY_VERIFY_WITH_TIMEOUT(m_app->summaryModel().keyPoints().size() >= 3, 60'000);
+            QTRY_VERIFY_WITH_TIMEOUT(m_app->services().summaryModel().keyPoints().size() >= 3,
+                                     60'000);
             snapshot(u"call"_s);
         }
 
@@ -272,7 +274,7 @@ private Q_SLOTS:
     void theCallShowsInTheHistory()
     {
         openSection(u"callHistory"_s);
-        CallHistoryService& history = m_app->callHistory();
+        CallHistoryService& history = m_app->services().callHistory();
         // Five demo calls, and the one just held.
         QTRY_COMPARE_WITH_TIMEOUT(history.calls().size(), 6, 15'000);
         const UserCallData newest = history.sortedCalls().first();
@@ -297,7 +299,7 @@ private Q_SLOTS:
         openSection(u"settings"_s);
         QTRY_VERIFY(m_ui->find(u"downloadButton_tiny.en"_s));
         QVERIFY(m_ui->click(u"downloadButton_tiny.en"_s));
-        ModelDownloader& downloader = m_app->modelDownloader();
+        ModelDownloader& downloader = m_app->services().modelDownloader();
         QTRY_VERIFY_WITH_TIMEOUT(downloader.downloadProgress() >= 0.5, 10'000);
         QTRY_VERIFY(m_ui->isShown(u"cancelDownloadButton"_s));
         snapshot(u"settings"_s);
@@ -389,7 +391,7 @@ private Q_SLOTS:
     {
         QVERIFY(m_ui->click(u"signOutButton"_s));
         QTRY_COMPARE_WITH_TIMEOUT(m_app->contentView().screen(), u"login"_s, 10'000);
-        QVERIFY(m_app->callHistory().calls().isEmpty());
+        QVERIFY(m_app->services().callHistory().calls().isEmpty());
     }
 };
 
