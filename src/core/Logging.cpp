@@ -22,6 +22,7 @@ Q_LOGGING_CATEGORY(lcSession, "com.quillmoss.session")
 Q_LOGGING_CATEGORY(lcMcp, "com.quillmoss.mcp")
 Q_LOGGING_CATEGORY(lcSocket, "com.quillmoss.socket")
 Q_LOGGING_CATEGORY(lcHttp, "com.quillmoss.http")
+Q_LOGGING_CATEGORY(lcTools, "com.quillmoss.tools")
 
 namespace {
 

@@ -17,6 +17,7 @@ Q_DECLARE_LOGGING_CATEGORY(lcSession)  // "com.quillmoss.session"
 Q_DECLARE_LOGGING_CATEGORY(lcMcp)      // "com.quillmoss.mcp": lines carry file and function
 Q_DECLARE_LOGGING_CATEGORY(lcSocket)   // "com.quillmoss.socket"
 Q_DECLARE_LOGGING_CATEGORY(lcHttp)     // "com.quillmoss.http"
+Q_DECLARE_LOGGING_CATEGORY(lcTools)    // "com.quillmoss.tools"
 
 struct LogOptions
 {

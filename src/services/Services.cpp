@@ -8,9 +8,14 @@
 #include "call/CallController.h"
 #include "models/ModelDownloader.h"
 #include "session/SessionFactory.h"
+#include "session/SocketController.h"
 #include "session/SummaryModel.h"
 #include "store/KeychainManager.h"
 #include "store/SettingsStore.h"
+#include "tools/ConfigurationManager.h"
+#include "tools/LocalToolManager.h"
+
+#include <QJsonDocument>
 
 Services::Services(SettingsStore& settings, KeychainManager& keychain, Options options,
                    QObject* parent)
@@ -66,10 +71,55 @@ CallController& Services::callController()
         session.backendUrl = m_options.backendUrl;
         session.accessToken = [auth = &authService()] { return auth->getValidAccessToken(); };
         session.signOut = [auth = &authService()] { auth->signOut(); };
+        session.initialConfigJson = configurationManager().toolConfiguration();
         callOptions.makeSession = makeSessionFactory(session, &summaryModel());
     }
     m_callController = std::make_unique<CallController>(*m_capture, m_settings, callOptions);
+    if (m_options.callsUseBackend) {
+        // Every change of the enabled tools reaches the session: sent at once
+        // during a call, and carried by the next "initializeSession" in any case.
+        ConfigurationManager& configuration = configurationManager();
+        configuration.onIntegrationsChange = [this](const QStringList&) {
+            if (const std::optional<QString> document = configurationManager().toolConfiguration())
+                sendToolConfiguration(*document);
+        };
+        configuration.onToolConfigChange = [this](const QString& document) {
+            sendToolConfiguration(document);
+        };
+    }
     return *m_callController;
+}
+
+void Services::sendToolConfiguration(const QString& document)
+{
+    auto* session =
+        m_callController ? qobject_cast<SocketController*>(m_callController->session()) : nullptr;
+    if (!session)
+        return;
+    // Outside a call there is no one to tell; the next session starts with it.
+    if (!session->isConnected()) {
+        session->setLocalToolsConfigJson(document);
+        return;
+    }
+    const QJsonDocument parsed = QJsonDocument::fromJson(document.toUtf8());
+    if (parsed.isObject())
+        session->updateLocalToolsConfiguration(parsed.object());
+}
+
+LocalToolManager& Services::localToolManager()
+{
+    if (!m_localToolManager)
+        m_localToolManager = std::make_unique<LocalToolManager>(m_keychain);
+    return *m_localToolManager;
+}
+
+ConfigurationManager& Services::configurationManager()
+{
+    if (!m_configurationManager) {
+        m_configurationManager =
+            std::make_unique<ConfigurationManager>(m_settings, m_keychain, localToolManager());
+    }
+    return *m_configurationManager;
 }
 
 AudioDeviceManager& Services::audioDevices()

@@ -15,8 +15,10 @@ class AuthenticationService;
 class CallController;
 class CallHistoryService;
 class CaptureBackend;
+class ConfigurationManager;
 class FeedbackService;
 class KeychainManager;
+class LocalToolManager;
 class ModelDownloader;
 class SettingsStore;
 class SummaryModel;
@@ -65,15 +67,23 @@ public:
     AudioDeviceManager& audioDevices();
     CallHistoryService& callHistory();
     FeedbackService& feedback();
+    // The registry and runner of the assistant's tools.
+    LocalToolManager& localToolManager();
+    // Which integrations are enabled, with their credentials; its changes reach
+    // the call's backend session as fresh tool-configuration documents.
+    ConfigurationManager& configurationManager();
 
 private:
     void signedInStateChanged();
+    void sendToolConfiguration(const QString& document);
 
     SettingsStore& m_settings;
     KeychainManager& m_keychain;
     const Options m_options;
 
     // Destroyed from the last to the first: each goes before what it uses.
+    std::unique_ptr<LocalToolManager> m_localToolManager;
+    std::unique_ptr<ConfigurationManager> m_configurationManager;
     std::unique_ptr<AuthenticationService> m_authService;
     std::unique_ptr<ModelDownloader> m_modelDownloader;
     std::unique_ptr<SummaryModel> m_summaryModel;

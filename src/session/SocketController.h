@@ -59,6 +59,9 @@ public:
     QString sessionCallId() const { return m_connection.sessionCallId(); }
     QStringList enabledTools() const { return m_tools.enabledTools(); }
     QStringList availableTools() const { return m_tools.availableTools(); }
+    // The tool-configuration document the next "initializeSession" carries.
+    std::optional<QString> localToolsConfigJson() const { return m_tools.configJson(); }
+    void setLocalToolsConfigJson(const QString& json) { m_tools.setConfigJson(json); }
     bool agentModeEnabled() const { return m_agentMode.isEnabled(); }
     int agentSuggestionIntervalMs() const { return m_agentMode.suggestionIntervalMs(); }
 

@@ -3,30 +3,48 @@
 #include "session/SessionConnection.h"
 #include "session/SessionPayload.h"
 
+#include <QJsonDocument>
+
 using namespace Qt::StringLiterals;
 
 ToolDocumentChannel::ToolDocumentChannel(SessionConnection& connection,
                                          std::optional<QString> initialConfigJson, QObject* parent)
-    : QObject(parent), m_connection(connection), m_initialConfigJson(std::move(initialConfigJson))
+    : QObject(parent), m_connection(connection), m_configJson(std::move(initialConfigJson))
 {
     m_connection.setSessionPayloadExtension(
         [this](QJsonObject& payload) { addInitialConfig(payload); });
     connect(&m_connection, &SessionConnection::sessionInitialized, this,
             &ToolDocumentChannel::takeReportedTools);
+    // A new connection's backend knows nothing of earlier updates until its
+    // "initializeSession".
+    connect(&m_connection, &SessionConnection::isConnectedChanged, this, [this] {
+        if (!m_connection.isConnected())
+            m_backendDocument.reset();
+    });
 }
 
 bool ToolDocumentChannel::updateLocalToolsConfiguration(const QJsonObject& payload)
 {
-    return m_connection.emitWhenReady(
+    m_configJson = QString::fromUtf8(QJsonDocument(payload).toJson(QJsonDocument::Indented));
+    if (m_connection.sessionReady() && m_backendDocument == payload)
+        return true;
+    const bool sent = m_connection.emitWhenReady(
         u"update_local_tools"_s, payload,
         u"🔧 Sending local tools configuration update event 'update_local_tools'"_s,
         u"⚠️ Cannot update WebSocket configuration: Session not ready"_s);
+    if (sent)
+        m_backendDocument = payload;
+    return sent;
 }
 
-void ToolDocumentChannel::addInitialConfig(QJsonObject& sessionPayload) const
+void ToolDocumentChannel::addInitialConfig(QJsonObject& sessionPayload)
 {
-    if (m_initialConfigJson) {
-        sessionPayload.insert(u"localTools"_s, *m_initialConfigJson);
+    m_backendDocument.reset();
+    if (m_configJson) {
+        sessionPayload.insert(u"localTools"_s, *m_configJson);
+        const QJsonDocument sent = QJsonDocument::fromJson(m_configJson->toUtf8());
+        if (sent.isObject())
+            m_backendDocument = sent.object();
         SessionPayload::say(u"📡 Using initial localTools config for session initialization"_s);
     } else {
         SessionPayload::say(
