@@ -4,7 +4,7 @@ import assert from 'node:assert/strict';
 import { test } from 'node:test';
 import { parseToolConfig, requiredParameters } from '../src/localTools.js';
 import { PayloadError } from '../src/payload.js';
-import { assertError, backendForFile, startSession } from './helpers/backend.js';
+import { assertError, backendForFile, say, startSession } from './helpers/backend.js';
 
 const backend = backendForFile();
 const ISO = /^\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\.\d{3}Z$/;
@@ -90,7 +90,7 @@ test('the required parameters of a defined tool, in order, with their types', ()
   }
 });
 
-test('a connection keeps the last configuration its client sent', async () => {
+test('a connection keeps the last configuration its client sent, and the assistant fills arguments by it', async () => {
   const token = await newUser();
   const { client, initialized } = await startSession(backend(), token, { localTools: documentOf([BRAVE, REMOTE], ['mcp_kb_lookup']) });
   assert.deepEqual([initialized.enabledTools, initialized.availableTools], [['mcp_kb_lookup'], ['brave_web_search', 'mcp_kb_lookup']]);
@@ -99,6 +99,19 @@ test('a connection keeps the last configuration its client sent', async () => {
   assert.deepEqual(kept.document, documentOf([BRAVE, REMOTE], ['mcp_kb_lookup']));
   assert.deepEqual([kept.callId, kept.updatedBy], [initialized.callId, 'initializeSession']);
   assert.match(kept.updatedAt, ISO);
+
+  // The remote search tool asks for "question", its first required string.
+  client.emit('chatMessage', { message: 'Search for Cobalt Routing pricing', type: 'user', timestamp: new Date().toISOString() });
+  const [call] = (await client.next('chatResponse')).toolCalls;
+  assert.deepEqual([call.name, call.parameters], ['mcp_kb_lookup', { question: 'Cobalt Routing pricing' }]);
+  // So do agent mode's suggestions.
+  await say(client, 'Ken Okafor', 'We looked at Cobalt Routing last year, but the integration was a nightmare.');
+  const mode = await client.request('updateAgentMode', { enabled: true, suggestionIntervalMs: 1000, timestamp: new Date().toISOString() }, 'agentModeUpdated');
+  assert.equal(mode.success, true);
+  const { suggestions } = await client.next('agentSuggestions');
+  assert.deepEqual(suggestions.map((s) => [s.name, s.parameters]), [['mcp_kb_lookup', { question: 'Cobalt Routing company overview' }]]);
+  client.emit('updateAgentMode', { enabled: false, timestamp: new Date().toISOString() });
+  await client.next('agentModeUpdated');
 
   const status = await client.request('update_local_tools', documentOf([{ ...BRAVE, displayName: 'Brave' }], ['brave_web_search']), 'status');
   assert.deepEqual(status, { status: 'Local tools updated', enabledTools: ['brave_web_search'], availableTools: ['brave_web_search'] });
