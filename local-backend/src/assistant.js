@@ -3,6 +3,7 @@
  * summary, tool calls for the client to run once the user approves them, and the suggestions of
  * agent mode. Nothing here is stored or sent; the event socket does that.
  */
+import { requiredParameters } from './localTools.js';
 import { analyze, bestSentences, capitalize, cleanSentence, isContentWord, listing, resolvePerson, splitSentences, tokenize } from './summarizer/index.js';
 import { actionItemOf } from './summarizer/actions.js';
 import { STOP_WORDS, TIME_WORDS, normalizeApostrophes, stem } from './summarizer/text.js';
@@ -38,6 +39,8 @@ export function toolFor(kind, enabledTools) {
  * @property {{text: string, speaker?: string}[]} segments the stored transcript
  * @property {() => import('./summarizer/index.js').CallSummary} summary
  * @property {string[]} enabledTools
+ * @property {import('./localTools.js').ToolDefinition[]} [toolDefinitions] the enabled tools'
+ *   definitions, as far as the client sent them
  * @property {() => string} newId a fresh id for a tool call
  */
 
@@ -193,15 +196,30 @@ function fromTranscript(text, context) {
   return { content: ['**From the call**', '', ...quotes].join('\n'), type: 'answer' };
 }
 
-function toolRequest(context, kind, parameters, content) {
+/**
+ * The arguments of a call that carries one text of the user's: in the tool's first required
+ * string parameter when the client defined the tool with a schema that has one, else as built.
+ * @param {import('./localTools.js').ToolDefinition[] | undefined} definitions
+ * @param {string} name the tool
+ * @param {string} text
+ * @param {Record<string, string>} built the arguments for a tool the schema says nothing of
+ */
+export function textArguments(definitions, name, text, built) {
+  const parameter = requiredParameters(definitions ?? [], name)?.find((p) => p.type === 'string');
+  return parameter ? { [parameter.name]: text } : built;
+}
+
+// `text`, when given, is the user's own text that the call is about (what to search for).
+function toolRequest(context, kind, parameters, content, { text } = {}) {
   const name = toolFor(kind, context.enabledTools) ?? TOOL_KINDS[kind].generic;
-  return { content, type: 'tool_request', toolCalls: [{ id: context.newId(), name, parameters }] };
+  const args = text === undefined ? parameters : textArguments(context.toolDefinitions, name, text, parameters);
+  return { content, type: 'tool_request', toolCalls: [{ id: context.newId(), name, parameters: args }] };
 }
 
 function searchRequest(rest, context) {
   let query = rest.replace(/[?.!\s]+$/, '').replace(/\s+please$/i, '').trim();
   if (VAGUE_QUERY.test(query)) query = entitiesOf(context.segments)[0]?.name ?? query;
-  return toolRequest(context, 'search', { query }, `I can search the web for **${query}**. Approve the search and I will summarize what it finds.`);
+  return toolRequest(context, 'search', { query }, `I can search the web for **${query}**. Approve the search and I will summarize what it finds.`, { text: query });
 }
 
 function emailRequest(rest, context) {
@@ -428,7 +446,7 @@ const round2 = (value) => Math.round(value * 100) / 100;
  * has enabled are suggested (generic names when it has none enabled).
  * @param {{text: string, speaker?: string}[]} fresh what was said since the last suggestions
  * @param {{text: string, speaker?: string}[]} all the whole transcript, for how often things came up
- * @param {{enabledTools: string[], summary: () => import('./summarizer/index.js').CallSummary}} context
+ * @param {Pick<CallContext, 'enabledTools' | 'toolDefinitions' | 'summary'>} context
  * @returns {Suggestion[]}
  */
 export function suggest(fresh, all, context) {
@@ -441,11 +459,12 @@ export function suggest(fresh, all, context) {
     for (const entity of entitiesOf(fresh).slice(0, 2)) {
       const overall = everywhere.get(entity.name) ?? entity;
       const angle = PRICE_WORDS.test(entity.sentence) ? 'pricing' : COMPARE_WORDS.test(entity.sentence) ? 'reviews and alternatives' : 'company overview';
+      const query = `${entity.name} ${angle}`;
       suggestions.push({
         name: search,
         reason: `${entity.name} came up in the conversation: ${quote(entity.sentence)}`,
         confidence: round2(Math.min(0.9, 0.55 + 0.1 * Math.min(3, overall.mentions - 1) + (entity.cued ? 0.15 : 0))),
-        parameters: { query: `${entity.name} ${angle}` },
+        parameters: textArguments(context.toolDefinitions, search, query, { query }),
       });
     }
   }
@@ -495,4 +514,8 @@ export function suggest(fresh, all, context) {
 const lowerFirst = (text) => (/^[A-Z][a-z]/.test(text) ? text.charAt(0).toLowerCase() + text.slice(1) : text);
 
 /** What identifies a suggestion, so that one is not made twice to the same session. */
-export const suggestionKey = (s) => `${s.name}\n${s.parameters.query ?? s.parameters.subject ?? ''}`;
+export function suggestionKey({ name, parameters }) {
+  // A search's one argument, whatever the tool's schema calls it.
+  const [only, ...more] = Object.values(parameters);
+  return `${name}\n${parameters.query ?? parameters.subject ?? (more.length === 0 && typeof only === 'string' ? only : '')}`;
+}

@@ -6,7 +6,8 @@
 import { Server } from 'socket.io';
 import { reply, suggest, suggestionKey } from './assistant.js';
 import { UNATTRIBUTED, newId } from './liveCalls.js';
-import { PayloadError, checkBounds, eventPayload, field, isPlainObject, printableName } from './payload.js';
+import { enabledDefinitions, parseToolConfig, toolNames } from './localTools.js';
+import { PayloadError, eventPayload, field, isPlainObject, printableName } from './payload.js';
 
 const NAMESPACE = '/calls';
 // Engine.IO closes a connection that sends a bigger message; the same bound as an HTTP body.
@@ -27,8 +28,6 @@ const DEFAULT_SUGGESTION_INTERVAL_MS = 30_000;
 // When agent mode starts, the suggestions look back this many segments.
 const SUGGESTION_LOOKBACK_SEGMENTS = 8;
 
-const MAX_TOOLS = 200;
-const MAX_TOOL_NAME = 200;
 const MAX_SPEAKER_NAME = 200;
 const MAX_HISTORY_PAGE = 1000;
 
@@ -43,53 +42,33 @@ const ERROR_EVENT = new Map([
 
 const now = () => new Date().toISOString();
 
-/**
- * The tool lists of a local-tool configuration, given as JSON text (as initializeSession sends
- * it) or as the object itself (as update_local_tools does). Tools are named by strings or by
- * objects with a `name` (or `function.name`).
- * @returns {{available: string[], enabled: string[]}}
- * @throws {PayloadError}
- */
-export function parseToolConfig(value, what) {
-  if (value === undefined || value === null) return { available: [], enabled: [] };
-  let config = value;
-  if (typeof value === 'string') {
-    try {
-      config = JSON.parse(value);
-    } catch {
-      throw new PayloadError(`${what} is not valid JSON text`);
-    }
-    checkBounds(config, what);
-  }
-  if (!isPlainObject(config)) throw new PayloadError(`${what} must hold a JSON object`);
-  for (const key of ['localTools', 'enabledTools']) {
-    if (config[key] !== undefined && config[key] !== null && !Array.isArray(config[key])) {
-      throw new PayloadError(`"${key}" in ${what} must be a list`);
-    }
-  }
-  const nameOf = (tool) => {
-    const name = typeof tool === 'string' ? tool : (tool?.name ?? tool?.function?.name);
-    return typeof name === 'string' && name.trim() !== '' ? name.trim().slice(0, MAX_TOOL_NAME) : undefined;
-  };
-  const names = (tools) => [...new Set(tools.map(nameOf).filter(Boolean))].slice(0, MAX_TOOLS);
-  const local = config.localTools ?? [];
-  return {
-    available: names(local),
-    // Without a list of enabled tools, every tool not switched off by its own "enabled" flag.
-    enabled: config.enabledTools ? names(config.enabledTools) : names(local.filter((t) => t?.enabled !== false)),
-  };
-}
-
 /** One connection to the namespace and what it has set up. */
 class Session {
   /** @type {import('./liveCalls.js').LiveCall | null} */
   call = null;
-  tools = { available: [], enabled: [] };
+  /**
+   * The client's tool configuration as last received (null before one, or when the session was
+   * started without), and by which event and when.
+   * @type {{document: import('./localTools.js').ToolDocument | null, updatedBy: string | null, updatedAt: string | null}}
+   */
+  tools = { document: null, updatedBy: null, updatedAt: null };
   agent = { enabled: false, intervalMs: DEFAULT_SUGGESTION_INTERVAL_MS, timer: null, cursor: 0, made: new Set() };
 
   constructor(socket, user) {
     this.socket = socket;
     this.user = user;
+  }
+
+  /** Keeps a configuration received on `event`; the names of its tools, for the answer. */
+  keepTools(document, event) {
+    this.tools = { document, updatedBy: event, updatedAt: now() };
+    return toolNames(document);
+  }
+
+  /** What the assistant needs of the tools: the enabled names and their definitions. */
+  assistantTools() {
+    const { document } = this.tools;
+    return { enabledTools: toolNames(document).enabled, toolDefinitions: enabledDefinitions(document) };
   }
 
   stopAgent() {
@@ -103,7 +82,9 @@ class Session {
  * @param {import('node:http').Server} httpServer
  * @param {{auth: import('./auth.js').AuthService, liveCalls: import('./liveCalls.js').LiveCalls,
  *          log: (line: string) => void}} deps
- * @returns {{close: () => void}} closes every connection; the calls stay open to be continued
+ * @returns {{close: () => void, toolConfigurations: (userId: string) => object[]}} `close` closes
+ *   every connection (the calls stay open to be continued); `toolConfigurations` tells what each
+ *   of a user's connections holds of its client's tools, oldest connection first
  */
 export function attachEventSocket(httpServer, { auth, liveCalls, log }) {
   const io = new Server(httpServer, { serveClient: false, maxHttpBufferSize: MAX_MESSAGE_BYTES });
@@ -193,7 +174,7 @@ export function attachEventSocket(httpServer, { auth, liveCalls, log }) {
     agent.cursor = all.length;
     if (fresh.length === 0) return;
     const suggestions = suggest(fresh, all, {
-      enabledTools: session.tools.enabled,
+      ...session.assistantTools(),
       summary: () => call.summary(),
     }).filter((s) => !agent.made.has(suggestionKey(s)));
     if (suggestions.length === 0) return;
@@ -226,7 +207,7 @@ export function attachEventSocket(httpServer, { auth, liveCalls, log }) {
       const direction = field(payload, 'direction', 'string', { required: true });
       if (!DIRECTIONS.includes(direction)) throw new PayloadError(`"direction" must be "outbound" or "inbound", not ${printableName(direction)}`);
       field(payload, 'timestamp', 'string');
-      const tools = parseToolConfig(payload.localTools, '"localTools"');
+      const document = parseToolConfig(payload.localTools, '"localTools"');
       // The same connection initializing again keeps its call.
       let resumed = true;
       if (!session.call) {
@@ -242,7 +223,7 @@ export function attachEventSocket(httpServer, { auth, liveCalls, log }) {
         session.agent.cursor = Math.max(0, call.segments.length - SUGGESTION_LOOKBACK_SEGMENTS);
         log(`event socket: ${session.user.id} ${continued ? 'continues' : 'starts'} call ${call.id}`);
       }
-      session.tools = tools;
+      const tools = session.keepTools(document, 'initializeSession');
       session.socket.emit('sessionInitialized', {
         callId: session.call.id,
         enabledTools: tools.enabled,
@@ -344,7 +325,7 @@ export function attachEventSocket(httpServer, { auth, liveCalls, log }) {
       const answer = reply(message, {
         segments: call.summarySegments(),
         summary: () => call.summary(),
-        enabledTools: session.tools.enabled,
+        ...session.assistantTools(),
         newId: () => newId('call'),
       });
       const processingTime = Math.round(Number(process.hrtime.bigint() - started) / 1e6) / 1000;
@@ -383,16 +364,23 @@ export function attachEventSocket(httpServer, { auth, liveCalls, log }) {
     update_local_tools(session, payload) {
       // The configuration itself, or wrapped as {"localTools": "<JSON text>"} like initializeSession's.
       const config = typeof payload.localTools === 'string' ? payload.localTools : payload;
-      session.tools = parseToolConfig(config, 'the local tool configuration');
+      const tools = session.keepTools(parseToolConfig(config, 'the local tool configuration'), 'update_local_tools');
       session.socket.emit('status', {
         status: 'Local tools updated',
-        enabledTools: session.tools.enabled,
-        availableTools: session.tools.available,
+        enabledTools: tools.enabled,
+        availableTools: tools.available,
       });
     },
   };
 
   return {
+    toolConfigurations(userId) {
+      // A Map keeps the order of insertion: the order the connections came in.
+      return [...sessions.values()]
+        .filter((session) => session.user.id === userId)
+        .map((session) => ({ callId: session.call?.id ?? null, ...session.tools }));
+    },
+
     close() {
       liveCalls.shutdown();
       for (const session of sessions.values()) session.stopAgent();

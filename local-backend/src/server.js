@@ -9,6 +9,7 @@ import { attachEventSocket } from './eventSocket.js';
 import { FeedbackStore, feedbackRoutes } from './feedback.js';
 import { createRequestHandler } from './http.js';
 import { LiveCalls } from './liveCalls.js';
+import { liveToolRoutes } from './localTools.js';
 import { loginRoutes } from './loginPage.js';
 import { DEMO_EMAIL, seedDemo } from './seed.js';
 
@@ -60,14 +61,13 @@ export async function startBackend({
     const liveCalls = new LiveCalls(calls, { resumeWindowSeconds, log });
     liveCalls.recover();
 
-    const server = http.createServer(
-      createRequestHandler(
-        { ...loginRoutes(auth), ...authRoutes(auth), ...callRoutes(auth, calls), ...feedbackRoutes(auth, feedback) },
-        log,
-      ),
-    );
-    // Takes the /socket.io/ requests and upgrades; everything else goes on to the routes.
+    const routes = { ...loginRoutes(auth), ...authRoutes(auth), ...callRoutes(auth, calls), ...feedbackRoutes(auth, feedback) };
+    const server = http.createServer(createRequestHandler(routes, log));
+    // Takes the /socket.io/ requests and upgrades; everything else goes on to the routes. It must
+    // come after the request handler, which it wraps, so the routes that read its sessions join
+    // the table afterwards (before the server listens).
     const eventSocket = attachEventSocket(server, { auth, liveCalls, log });
+    Object.assign(routes, liveToolRoutes(auth, eventSocket));
     // A client that trickles a request in does not hold a connection for long.
     server.requestTimeout = 30_000;
     server.headersTimeout = 10_000;

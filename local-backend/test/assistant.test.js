@@ -1,7 +1,7 @@
 // The assistant's rules in-process: which tool a session gets, and what agent mode suggests.
 import assert from 'node:assert/strict';
 import { test } from 'node:test';
-import { entitiesOf, suggest, toolFor } from '../src/assistant.js';
+import { entitiesOf, reply, suggest, suggestionKey, textArguments, toolFor } from '../src/assistant.js';
 import { summarize } from '../src/summarizer/index.js';
 
 test('a tool kind maps to the best fitting enabled tool, the generic name without any, none when none fits', () => {
@@ -60,4 +60,32 @@ test('agent mode suggests a search, an email and notes from what was just said',
   // Only what is new: an older mention is not suggested again.
   assert.deepEqual(suggest(all.slice(1, 2), all, context([])).map((s) => s.name), ['send_email']);
   assert.deepEqual(suggest([{ text: 'Okay, sounds good.' }], all, context([])), []);
+});
+
+test('a search carries the user\'s text in the first required string parameter of a defined tool, else in "query"', () => {
+  const schema = (properties, required) => ({ type: 'object', properties, required });
+  const definitions = [
+    { name: 'kb_search', parameters: schema({ top: { type: 'integer' }, question: { type: 'string' }, scope: { type: 'string' } }, ['top', 'question', 'scope']) },
+    { name: 'site_search', parameters: schema({ term: { type: ['null', 'string'] } }, ['term']) },
+    { name: 'open_search', parameters: schema({ query: { type: 'string' } }, []) },
+    { name: 'bare_search' },
+  ];
+  const ask = (enabledTools) =>
+    reply('Please search for Cobalt Routing pricing', { segments: [], summary: () => undefined, enabledTools, toolDefinitions: definitions, newId: () => 'call_1' }).toolCalls[0];
+  for (const [enabled, expected] of [
+    [['kb_search'], { question: 'Cobalt Routing pricing' }],
+    [['site_search'], { term: 'Cobalt Routing pricing' }],
+    [['open_search'], { query: 'Cobalt Routing pricing' }],
+    [['bare_search'], { query: 'Cobalt Routing pricing' }],
+    [['other_search'], { query: 'Cobalt Routing pricing' }],
+    [[], { query: 'Cobalt Routing pricing' }],
+  ]) {
+    assert.deepEqual(ask(enabled).parameters, expected, enabled.join());
+  }
+  assert.deepEqual(textArguments(undefined, 'kb_search', 'x', { query: 'x' }), { query: 'x' });
+
+  // Suggestions are told apart by the search text, whatever the parameter is called.
+  const key = (parameters, name = 'kb_search') => suggestionKey({ name, parameters });
+  assert.notEqual(key({ question: 'Acme pricing' }), key({ question: 'Cobalt pricing' }));
+  assert.equal(key({ title: 'Call notes: a', content: '…' }, 'notion_create_page'), key({ title: 'Call notes: b', content: '…' }, 'notion_create_page'));
 });
