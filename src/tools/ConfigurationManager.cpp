@@ -77,7 +77,7 @@ void ConfigurationManager::loadConfiguration()
         if (item.requiresAPIKey) {
             const std::optional<QString> key =
                 m_keychain.readKey(IntegrationCatalogue::serviceName(item.name));
-            if (key && !key->isEmpty())
+            if (key && !key->trimmed().isEmpty())
                 item.apiKey = key;
         }
     }

@@ -7,11 +7,13 @@
 #include "account/AuthenticationService.h"
 #include "audio/ReplayCaptureBackend.h"
 #include "call/CallController.h"
+#include "services/Services.h"
 #include "session/SessionFactory.h"
 #include "session/SocketController.h"
 #include "session/SummaryModel.h"
 #include "store/KeychainManager.h"
 #include "store/SettingsStore.h"
+#include "tools/ConfigurationManager.h"
 
 #include <QElapsedTimer>
 #include <QJsonArray>
@@ -49,6 +51,21 @@ private:
     {
         const auto reply = backend.request("GET", u"/calls"_s, {}, token);
         return reply.json()[u"data"_s].toArray();
+    }
+
+    // What the backend keeps of the tool configuration of the user's one connection.
+    QJsonObject storedTools(LocalBackend& backend, const QString& token)
+    {
+        const auto reply = backend.request("GET", u"/live/tools"_s, {}, token);
+        return reply.json()[u"sessions"_s].toArray().first().toObject();
+    }
+
+    static QStringList names(const QJsonValue& list)
+    {
+        QStringList result;
+        for (const QJsonValue& name : list.toArray())
+            result << name.toString();
+        return result;
     }
 
     std::unique_ptr<KeyringSession> m_keyring;
@@ -172,6 +189,62 @@ private Q_SLOTS:
         const QString text = call[u"transcription"_s][u"text"_s].toString();
         QVERIFY2(text.contains(u"proposal before the board"_s), qPrintable(text));
         QVERIFY2(text.contains(u"revised pricing by Friday"_s), qPrintable(text));
+    }
+
+    // Switching an integration on during a call sends the backend the new
+    // tool configuration at once; the next call starts with it.
+    void integrationChangesReachTheBackend()
+    {
+        LocalBackend backend;
+        QVERIFY2(backend.isRunning(), qPrintable(backend.error()));
+        const auto tokens = backend.signIn(u"riley@example.com"_s);
+        QVERIFY(tokens);
+        const QString token = tokens->accessToken;
+        QVERIFY(KeychainManager::shared().storeKey(token, accessKey));
+
+        SettingsStore settings(m_home->path() + u"/integrations-settings.json"_s);
+        Services::Options options;
+        options.backendUrl = backend.url();
+        options.checkStoredToken = false;
+        options.makeCapture = [] { return std::make_unique<ReplayCaptureBackend>(); };
+        Services services(settings, KeychainManager::shared(), options);
+        ConfigurationManager& configuration = services.configurationManager();
+        CallController& controller = services.callController();
+        auto* session = dynamic_cast<SocketController*>(controller.session());
+        QVERIFY(session);
+
+        QVERIFY(controller.startCall());
+        QTRY_VERIFY_WITH_TIMEOUT(session->sessionReady(), 15'000);
+        QJsonObject stored = storedTools(backend, token);
+        QCOMPARE(stored[u"updatedBy"_s].toString(), u"initializeSession"_s);
+        QCOMPARE(names(stored[u"document"_s][u"enabledTools"_s]), QStringList());
+
+        QVERIFY(configuration.toggleIntegration(u"Brave Search"_s, true));
+        const QStringList brave{u"brave_web_search"_s, u"brave_local_search"_s};
+        QTRY_COMPARE_WITH_TIMEOUT(
+            names(storedTools(backend, token)[u"document"_s][u"enabledTools"_s]), brave, 10'000);
+        stored = storedTools(backend, token);
+        QCOMPARE(stored[u"updatedBy"_s].toString(), u"update_local_tools"_s);
+        const QJsonArray definitions = stored[u"document"_s][u"localTools"_s].toArray();
+        QCOMPARE(definitions.size(), 2);
+        QCOMPARE(definitions.first()[u"parameters"_s][u"required"_s].toArray(),
+                 QJsonArray{u"query"_s});
+        QCOMPARE(session->enabledTools(), QStringList()); // as the session reported it at start
+        controller.endCall();
+        QTRY_VERIFY_WITH_TIMEOUT(!session->isConnected(), 10'000);
+
+        // Changed between calls: nothing to send, but the next session starts with it.
+        QVERIFY(configuration.toggleIntegration(u"Brave Search"_s, false));
+        QVERIFY(configuration.toggleIntegration(u"Firecrawl"_s, true));
+        QVERIFY(controller.startCall());
+        QTRY_VERIFY_WITH_TIMEOUT(session->sessionReady(), 15'000);
+        stored = storedTools(backend, token);
+        QCOMPARE(stored[u"updatedBy"_s].toString(), u"initializeSession"_s);
+        const QStringList firecrawl{u"firecrawl_scrape"_s, u"firecrawl_map"_s,
+                                    u"firecrawl_search"_s};
+        QCOMPARE(names(stored[u"document"_s][u"enabledTools"_s]), firecrawl);
+        QCOMPARE(session->enabledTools(), firecrawl);
+        controller.endCall();
     }
 };
 
