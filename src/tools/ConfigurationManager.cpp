@@ -26,7 +26,7 @@ QStringList storedNames(const QJsonValue& stored)
             << u"⚠️ \"enabledIntegrations\" is not a list; every integration starts disabled"_s;
         return names;
     }
-    for (const QJsonValue& name : stored.toArray()) {
+    for (const QJsonValue name : stored.toArray()) {
         if (name.isString())
             names.append(name.toString());
         else

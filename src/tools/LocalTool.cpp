@@ -21,7 +21,7 @@ std::optional<LocalToolError> ToolOutcome::error() const
 QStringList LocalTool::requiredParameters() const
 {
     QStringList names;
-    for (const QJsonValue& name : parameterSchema().value(u"required"_s).toArray()) {
+    for (const QJsonValue name : parameterSchema().value(u"required"_s).toArray()) {
         if (name.isString())
             names.append(name.toString());
     }

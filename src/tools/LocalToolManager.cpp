@@ -54,12 +54,12 @@ bool LocalToolManager::isRemoteIdentifier(const QString& identifier)
     return identifier.startsWith(u"mcp_"_s);
 }
 
-void LocalToolManager::registerTool(std::shared_ptr<LocalTool> tool)
+void LocalToolManager::registerTool(const std::shared_ptr<LocalTool>& tool)
 {
     if (!tool)
         return;
     const QString identifier = tool->identifier();
-    m_tools.insert(identifier, std::move(tool));
+    m_tools.insert(identifier, tool);
     changed();
 }
 

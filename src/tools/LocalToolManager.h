@@ -55,7 +55,7 @@ public:
     LocalToolManager& operator=(const LocalToolManager&) = delete;
 
     // Stores the tool under its identifier, replacing one registered before.
-    void registerTool(std::shared_ptr<LocalTool> tool);
+    void registerTool(const std::shared_ptr<LocalTool>& tool);
     // False when no tool had that identifier.
     bool removeTool(const QString& identifier);
     // Replaces every remote ("mcp_") tool with `tools`, in one update.

@@ -60,7 +60,7 @@ void logRemoteDetails(const QJsonObject& definition)
         qCInfo(lcTools).noquote() << u"🔍       Schema type: "_s +
                                          schema.value(u"type"_s).toString(u"(none)"_s);
         QStringList required;
-        for (const QJsonValue& name : schema.value(u"required"_s).toArray())
+        for (const QJsonValue name : schema.value(u"required"_s).toArray())
             required.append(name.toString());
         qCInfo(lcTools).noquote() << u"🔍       Required: "_s + required.join(u", "_s);
     }
@@ -130,7 +130,7 @@ QJsonObject build(const QList<IntegrationItem>& integrations,
         << u"🔍 [WebSocket Config Debug] About to serialize %1 tool definitions"_s.arg(
                definitions.size());
     QJsonArray names;
-    for (const QJsonValue& definition : std::as_const(definitions)) {
+    for (const QJsonValue definition : std::as_const(definitions)) {
         const QString name = definition.toObject().value(u"name"_s).toString();
         if (isRemoteName(name))
             logRemoteDetails(definition.toObject());
@@ -154,7 +154,7 @@ std::optional<QString> encode(const QJsonObject& document)
     const QString text = QString::fromUtf8(QJsonDocument(document).toJson(QJsonDocument::Indented));
     int remote = 0;
     const QJsonArray names = document.value(u"enabledTools"_s).toArray();
-    for (const QJsonValue& name : names) {
+    for (const QJsonValue name : names) {
         if (isRemoteName(name.toString()))
             ++remote;
     }

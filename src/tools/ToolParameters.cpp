@@ -70,7 +70,7 @@ std::optional<QString> fault(const QJsonObject& schema, const QJsonValue& value)
     QStringList types;
     if (type.isString())
         types.append(type.toString());
-    for (const QJsonValue& each : type.toArray())
+    for (const QJsonValue each : type.toArray())
         types.append(each.toString());
     if (!types.isEmpty() &&
         std::none_of(types.cbegin(), types.cend(),
@@ -83,7 +83,7 @@ std::optional<QString> fault(const QJsonObject& schema, const QJsonValue& value)
     const QJsonArray choices = schema.value(u"enum"_s).toArray();
     if (!choices.isEmpty() && !choices.contains(value)) {
         QStringList names;
-        for (const QJsonValue& choice : choices)
+        for (const QJsonValue choice : choices)
             names.append(shown(choice));
         return u"must be one of: "_s + names.join(u", "_s);
     }
@@ -111,7 +111,7 @@ std::optional<QString> fault(const QJsonObject& schema, const QJsonValue& value)
 std::variant<QJsonObject, LocalToolError> checkToolParameters(const QJsonObject& schema,
                                                               const QJsonObject& parameters)
 {
-    for (const QJsonValue& name : schema.value(u"required"_s).toArray()) {
+    for (const QJsonValue name : schema.value(u"required"_s).toArray()) {
         const QJsonValue given = parameters.value(name.toString());
         if (given.isUndefined() || given.isNull())
             return LocalToolError::missingParameter(name.toString());

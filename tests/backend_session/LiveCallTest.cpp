@@ -63,7 +63,7 @@ private:
     static QStringList names(const QJsonValue& list)
     {
         QStringList result;
-        for (const QJsonValue& name : list.toArray())
+        for (const QJsonValue name : list.toArray())
             result << name.toString();
         return result;
     }

@@ -52,7 +52,7 @@ private:
 QStringList namesOf(const QJsonObject& document)
 {
     QStringList names;
-    for (const QJsonValue& name : document.value(u"enabledTools"_s).toArray())
+    for (const QJsonValue name : document.value(u"enabledTools"_s).toArray())
         names.append(name.toString());
     return names;
 }
