@@ -76,7 +76,11 @@ Rectangle {
             Section {
                 objectName: "integrationsSection"
                 page: "IntegrationsPage.qml"
-                pageServices: ({})
+                pageServices: ({
+                    configurationManager: root.services.configurationManager,
+                    integrationModel: root.services.integrationListModel,
+                    apiKeyForm: root.services.apiKeyConfigurationForm
+                })
             }
             Section {
                 objectName: "settingsSection"

@@ -26,6 +26,9 @@
 #include "store/AppPaths.h"
 #include "store/KeychainManager.h"
 #include "store/SettingsStore.h"
+#include "tools/APIKeyConfigurationForm.h"
+#include "tools/ConfigurationManager.h"
+#include "tools/IntegrationListModel.h"
 
 #include <QDesktopServices>
 #include <QQmlApplicationEngine>
@@ -102,6 +105,9 @@ QuillmossApp::QuillmossApp(AppOptions options, QObject* parent)
     screens.callHistoryModel = m_callHistoryModel.get();
     screens.feedbackForm = m_feedbackForm.get();
     screens.modelCatalogue = m_modelCatalogue.get();
+    screens.configurationManager = &m_services->configurationManager();
+    screens.integrationListModel = m_integrationListModel.get();
+    screens.apiKeyConfigurationForm = m_apiKeyConfigurationForm.get();
     screens.contentView = m_contentView.get();
     screens.windowState = m_windowState.get();
     screens.clipboard = m_clipboard.get();
@@ -134,6 +140,10 @@ void QuillmossApp::wireServices()
     m_callHistoryModel = std::make_unique<CallHistoryListModel>(m_services->callHistory());
     m_feedbackForm = std::make_unique<FeedbackForm>(m_services->feedback());
     m_modelCatalogue = std::make_unique<ModelCatalogueModel>(m_services->modelDownloader());
+    ConfigurationManager& configuration = m_services->configurationManager();
+    m_integrationListModel = std::make_unique<IntegrationListModel>(configuration);
+    m_apiKeyConfigurationForm =
+        std::make_unique<APIKeyConfigurationForm>(m_keychain, configuration);
     m_contentView = std::make_unique<ContentView>(m_services->authService(), *m_settings);
     m_windowState = std::make_unique<WindowState>(*m_settings);
     m_clipboard = std::make_unique<Clipboard>();

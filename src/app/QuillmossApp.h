@@ -11,10 +11,12 @@
 
 #include <memory>
 
+class APIKeyConfigurationForm;
 class CallHistoryListModel;
 class Clipboard;
 class ContentView;
 class FeedbackForm;
+class IntegrationListModel;
 class KeychainManager;
 class LinkRouter;
 class ModelCatalogueModel;
@@ -87,6 +89,8 @@ private:
     std::unique_ptr<CallHistoryListModel> m_callHistoryModel;
     std::unique_ptr<FeedbackForm> m_feedbackForm;
     std::unique_ptr<ModelCatalogueModel> m_modelCatalogue;
+    std::unique_ptr<IntegrationListModel> m_integrationListModel;
+    std::unique_ptr<APIKeyConfigurationForm> m_apiKeyConfigurationForm;
     std::unique_ptr<ContentView> m_contentView;
     std::unique_ptr<WindowState> m_windowState;
     std::unique_ptr<Clipboard> m_clipboard;

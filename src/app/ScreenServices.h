@@ -7,14 +7,17 @@
 
 #include <QObject>
 
+class APIKeyConfigurationForm;
 class AudioDeviceManager;
 class AuthenticationService;
 class CallController;
 class CallHistoryListModel;
 class CallHistoryService;
 class Clipboard;
+class ConfigurationManager;
 class ContentView;
 class FeedbackForm;
+class IntegrationListModel;
 class ModelCatalogueModel;
 class ModelDownloader;
 class PostHogService;
@@ -43,6 +46,9 @@ Q_MOC_INCLUDE("call/TranscriptionViewModel.h")
 Q_MOC_INCLUDE("models/ModelCatalogueModel.h")
 Q_MOC_INCLUDE("models/ModelDownloader.h")
 Q_MOC_INCLUDE("session/SummaryModel.h")
+Q_MOC_INCLUDE("tools/APIKeyConfigurationForm.h")
+Q_MOC_INCLUDE("tools/ConfigurationManager.h")
+Q_MOC_INCLUDE("tools/IntegrationListModel.h")
 
 // Owned by the engine it is exposed to; the services it names outlive that
 // engine (the app tears the screens down first), so plain pointers do.
@@ -66,6 +72,10 @@ class ScreenServices : public QObject
     Q_PROPERTY(CallHistoryListModel* callHistoryModel MEMBER callHistoryModel CONSTANT)
     Q_PROPERTY(FeedbackForm* feedbackForm MEMBER feedbackForm CONSTANT)
     Q_PROPERTY(ModelCatalogueModel* modelCatalogue MEMBER modelCatalogue CONSTANT)
+    Q_PROPERTY(ConfigurationManager* configurationManager MEMBER configurationManager CONSTANT)
+    Q_PROPERTY(IntegrationListModel* integrationListModel MEMBER integrationListModel CONSTANT)
+    Q_PROPERTY(
+        APIKeyConfigurationForm* apiKeyConfigurationForm MEMBER apiKeyConfigurationForm CONSTANT)
     Q_PROPERTY(ContentView* contentView MEMBER contentView CONSTANT)
     Q_PROPERTY(WindowState* windowState MEMBER windowState CONSTANT)
     Q_PROPERTY(Clipboard* clipboard MEMBER clipboard CONSTANT)
@@ -91,6 +101,9 @@ public:
     CallHistoryListModel* callHistoryModel = nullptr;
     FeedbackForm* feedbackForm = nullptr;
     ModelCatalogueModel* modelCatalogue = nullptr;
+    ConfigurationManager* configurationManager = nullptr;
+    IntegrationListModel* integrationListModel = nullptr;
+    APIKeyConfigurationForm* apiKeyConfigurationForm = nullptr;
     ContentView* contentView = nullptr;
     WindowState* windowState = nullptr;
     Clipboard* clipboard = nullptr;

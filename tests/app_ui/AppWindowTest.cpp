@@ -2,9 +2,9 @@
 // through a "quillmoss://" link handed over by a second launch, a call with
 // text reaching the transcript and a summary arriving from the backend, the
 // end-call confirmation, the call in the history, a model download and the
-// feedback form's answers — against the real local backend, a private sound
-// server and a throw-away keyring. Recognition is the one stand-in: the test
-// models carry no weights, so a scripted recognizer speaks for them.
+// feedback form's answers, an integration switched on with its key — against the real local
+// backend, a private sound server and a throw-away keyring. Recognition is the one stand-in: the
+// test models carry no weights, so a scripted recognizer speaks for them.
 #include "HttpStub.h"
 #include "KeyringSession.h"
 #include "LocalBackend.h"
@@ -26,12 +26,15 @@
 #include "recognition/SpeechRecognizer.h"
 #include "services/Services.h"
 #include "session/SummaryModel.h"
+#include "store/AppPaths.h"
 
 #include <QClipboard>
 #include <QDir>
 #include <QFile>
+#include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <QProcess>
 #include <QQuickStyle>
 #include <QQuickWindow>
 #include <QTest>
@@ -99,6 +102,28 @@ private:
     QString m_instanceName;
 
     bool logged(const QString& line) const { return m_log->lines().contains(line); }
+
+    // What the user pastes into the Brave Search sheet.
+    static QString braveSearchKey() { return u"BSA-test-7f3c9a0d41e2b658"_s; }
+
+    // The keyring's item as any other program reads it, not through the app.
+    static QString keyringItem(const QString& account)
+    {
+        QProcess tool;
+        tool.start(u"secret-tool"_s,
+                   {u"lookup"_s, u"service"_s, u"Quillmoss"_s, u"account"_s, account});
+        if (!tool.waitForFinished(10'000) || tool.exitCode() != 0)
+            return {};
+        return QString::fromUtf8(tool.readAllStandardOutput());
+    }
+
+    static QJsonObject settingsFile()
+    {
+        QFile file(AppPaths::settingsFilePath());
+        if (!file.open(QIODevice::ReadOnly))
+            return {};
+        return QJsonDocument::fromJson(file.readAll()).object();
+    }
 
     // A second launch, as the browser starts it.
     bool secondLaunch(const QList<QUrl>& urls)
@@ -294,6 +319,37 @@ private Q_SLOTS:
         QTRY_VERIFY(!m_ui->isShown(u"callDetail"_s));
     }
 
+    // Brave Search switched on and given its key through its sheet: the card
+    // says so, the key is in the keyring and the choice in the settings file.
+    void anIntegrationIsSwitchedOnAndGivenItsKey()
+    {
+        openSection(u"integrations"_s);
+        QTRY_VERIFY(m_ui->isShown(u"integrationCard_Brave_Search"_s));
+        const QString toggle = u"integrationSwitch_Brave_Search"_s;
+        QVERIFY(!m_ui->property(toggle, "checked").toBool());
+        QCOMPARE(m_ui->text(u"integrationKeyState_Brave_Search"_s), u"No API key"_s);
+        QVERIFY(m_ui->click(toggle));
+        QTRY_VERIFY(m_ui->property(toggle, "checked").toBool());
+
+        QVERIFY(m_ui->click(u"configureButton_Brave_Search"_s));
+        QTRY_VERIFY(m_ui->property(u"apiKeyConfigurationView"_s, "opened").toBool());
+        QVERIFY(m_ui->isShown(u"apiKeySection"_s));
+        QVERIFY(!m_ui->isShown(u"storedKeyLine"_s));
+        // Pasted with a stray space and line end, as keys copied from a web page come.
+        m_ui->find(u"apiKeyField"_s)->setProperty("text", u" "_s + braveSearchKey() + u"\n"_s);
+        QVERIFY(m_ui->click(u"saveConfigurationButton"_s));
+        QTRY_VERIFY(!m_ui->property(u"apiKeyConfigurationView"_s, "visible").toBool());
+        QCOMPARE(m_ui->text(u"apiKeyField"_s), QString());
+        QTRY_COMPARE(m_ui->text(u"integrationKeyState_Brave_Search"_s), u"API key stored"_s);
+        QVERIFY(m_ui->property(toggle, "checked").toBool());
+        snapshot(u"integrations"_s);
+
+        QCOMPARE(keyringItem(u"brave-search"_s), braveSearchKey());
+        QTRY_COMPARE(settingsFile()[u"enabledIntegrations"_s].toArray(),
+                     QJsonArray{u"Brave Search"_s});
+        QVERIFY(logged(u"✅ Stored API key for Brave Search using service name: brave-search"_s));
+    }
+
     void aModelDownloadShowsProgressAndCanBeCancelled()
     {
         openSection(u"settings"_s);
@@ -350,19 +406,20 @@ private Q_SLOTS:
             QVERIFY(m_backend->restart());
     }
 
-    // Nothing the screens can read holds a token: every property of every
+    // Nothing the screens can read holds a token or a key: every property of every
     // object in the window and of every service they bind to.
     void noSecretReachesTheScreens()
     {
         QVERIFY(m_tokens);
-        const QStringList secrets{m_tokens->accessToken, m_tokens->refreshToken};
+        const QStringList secrets{m_tokens->accessToken, m_tokens->refreshToken, braveSearchKey()};
         QList<QObject*> objects = m_app->mainWindow()->findChildren<QObject*>();
         objects << m_app->mainWindow() << m_app.get();
         const auto* services = m_app->mainWindow()->property("services").value<QObject*>();
         QVERIFY(services);
         for (const char* name :
              {"authService", "callController", "callHistory", "summaryModel", "feedbackForm",
-              "contentView", "modelDownloader", "audioDevices"}) {
+              "contentView", "modelDownloader", "audioDevices", "configurationManager",
+              "integrationListModel", "apiKeyConfigurationForm"}) {
             if (auto* service = services->property(name).value<QObject*>())
                 objects << service;
         }
