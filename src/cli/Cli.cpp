@@ -7,9 +7,12 @@
 
 #include <QCommandLineParser>
 #include <QCoreApplication>
+#include <QFile>
 #include <QProcess>
 
 #include <cstdio>
+#include <termios.h>
+#include <unistd.h>
 
 using namespace Qt::StringLiterals;
 
@@ -21,9 +24,11 @@ namespace {
 
 QList<Subcommand> subcommands()
 {
-    return {keychainSubcommand(), settingsSubcommand(),   devicesSubcommand(),  modelsSubcommand(),
-            callSubcommand(),     transcribeSubcommand(), loginSubcommand(),    logoutSubcommand(),
-            whoamiSubcommand(),   historySubcommand(),    feedbackSubcommand(), benchSubcommand()};
+    return {keychainSubcommand(), settingsSubcommand(), devicesSubcommand(),
+            modelsSubcommand(),   callSubcommand(),     transcribeSubcommand(),
+            loginSubcommand(),    logoutSubcommand(),   whoamiSubcommand(),
+            historySubcommand(),  feedbackSubcommand(), integrationsSubcommand(),
+            toolsSubcommand(),    benchSubcommand()};
 }
 
 // The option's value, else the environment variable, else the build default.
@@ -106,6 +111,34 @@ std::optional<int> CliContext::parseOptionsOnly(QCommandLineParser& parser, cons
         return usageError(u"unexpected argument \"%1\""_s.arg(parser.positionalArguments().first()),
                           usage);
     return std::nullopt;
+}
+
+QString CliContext::readSecret(const QString& prompt)
+{
+    const bool terminal = isatty(STDIN_FILENO) != 0;
+    termios saved{};
+    if (terminal && tcgetattr(STDIN_FILENO, &saved) == 0) {
+        termios quiet = saved;
+        quiet.c_lflag &= ~static_cast<tcflag_t>(ECHO);
+        tcsetattr(STDIN_FILENO, TCSANOW, &quiet);
+        err << prompt << Qt::flush;
+    }
+    QFile input;
+    (void)input.open(stdin, QIODevice::ReadOnly);
+    QByteArray bytes = terminal ? input.readLine() : input.readAll();
+    if (terminal) {
+        tcsetattr(STDIN_FILENO, TCSANOW, &saved);
+        err << Qt::endl;
+    }
+    if (bytes.endsWith('\n')) {
+        bytes.chop(1);
+        if (bytes.endsWith('\r')) {
+            bytes.chop(1);
+        }
+    }
+    QString value = QString::fromUtf8(bytes);
+    bytes.fill('\0');
+    return value;
 }
 
 int CliContext::fail(const QString& message)

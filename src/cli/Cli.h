@@ -52,6 +52,12 @@ public:
     std::unique_ptr<Services>
     makeServices(const std::function<void(Services::Options&)>& adjust = {});
 
+    // Reads a secret from standard input, never from the command line, so that
+    // it does not show in the process list or the shell history: on a terminal
+    // one line, not echoed, after `prompt` on stderr; otherwise all of it. One
+    // trailing line break belongs to the way it was typed or piped and is dropped.
+    QString readSecret(const QString& prompt);
+
     // Prints "quillmoss: <message>" on stderr and returns ExitFailed.
     int fail(const QString& message);
     // Prints the message and the subcommand's usage on stderr; returns ExitUsage.
@@ -101,3 +107,5 @@ Subcommand logoutSubcommand();
 Subcommand whoamiSubcommand();
 Subcommand historySubcommand();
 Subcommand feedbackSubcommand();
+Subcommand integrationsSubcommand();
+Subcommand toolsSubcommand();

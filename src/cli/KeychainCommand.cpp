@@ -2,12 +2,8 @@
 #include "cli/Cli.h"
 #include "store/KeychainManager.h"
 
-#include <QFile>
 #include <QJsonArray>
 #include <QJsonDocument>
-
-#include <termios.h>
-#include <unistd.h>
 
 using namespace Qt::StringLiterals;
 
@@ -21,38 +17,6 @@ const auto usage = u"keychain list\n"
 
 const auto invalidKeyText = u"refused: a key is 1 to 100 letters, digits, '-', '.' or '_'"_s;
 const auto unreachableText = u"the secure credential store (Secret Service) cannot be reached"_s;
-
-// Reads the secret from standard input, never from the command line, so that it
-// does not show in the process list or the shell history. On a terminal the
-// typed characters are not echoed.
-QString readSecret(CliContext& context, const QString& key)
-{
-    const bool terminal = isatty(STDIN_FILENO) != 0;
-    termios saved{};
-    if (terminal && tcgetattr(STDIN_FILENO, &saved) == 0) {
-        termios quiet = saved;
-        quiet.c_lflag &= ~static_cast<tcflag_t>(ECHO);
-        tcsetattr(STDIN_FILENO, TCSANOW, &quiet);
-        context.err << u"Value for %1: "_s.arg(key) << Qt::flush;
-    }
-    QFile input;
-    (void)input.open(stdin, QIODevice::ReadOnly);
-    QByteArray bytes = terminal ? input.readLine() : input.readAll();
-    if (terminal) {
-        tcsetattr(STDIN_FILENO, TCSANOW, &saved);
-        context.err << Qt::endl;
-    }
-    // One trailing line break belongs to the way the value was typed or piped.
-    if (bytes.endsWith('\n')) {
-        bytes.chop(1);
-        if (bytes.endsWith('\r')) {
-            bytes.chop(1);
-        }
-    }
-    QString value = QString::fromUtf8(bytes);
-    bytes.fill('\0');
-    return value;
-}
 
 int list(CliContext& context, const KeychainManager& keychain)
 {
@@ -91,7 +55,7 @@ int set(CliContext& context, const KeychainManager& keychain, const QString& key
     if (!KeychainManager::isValidKey(key)) {
         return context.fail(invalidKeyText);
     }
-    const QString value = readSecret(context, key);
+    const QString value = context.readSecret(u"Value for %1: "_s.arg(key));
     if (!KeychainManager::isValidValue(value)) {
         return context.fail(u"refused: a value is 1 to 3000 characters of text"_s);
     }
