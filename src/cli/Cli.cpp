@@ -113,6 +113,17 @@ std::optional<int> CliContext::parseOptionsOnly(QCommandLineParser& parser, cons
     return std::nullopt;
 }
 
+std::variant<bool, int> CliContext::parseJsonOnly(const QString& command,
+                                                  const QStringList& arguments,
+                                                  const QString& usage)
+{
+    QCommandLineParser parser;
+    parser.addOption({u"json"_s, u"Machine-readable output."_s});
+    if (const std::optional<int> wrong = parseOptionsOnly(parser, command, arguments, usage))
+        return *wrong;
+    return json || parser.isSet(u"json"_s);
+}
+
 QString CliContext::readSecret(const QString& prompt)
 {
     const bool terminal = isatty(STDIN_FILENO) != 0;

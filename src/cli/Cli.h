@@ -16,6 +16,7 @@
 #include <functional>
 #include <memory>
 #include <optional>
+#include <variant>
 
 class SettingsStore;
 
@@ -66,6 +67,10 @@ public:
     // parser's messages); on a wrong command line, the usage error's exit code.
     std::optional<int> parseOptionsOnly(QCommandLineParser& parser, const QString& command,
                                         const QStringList& arguments, const QString& usage);
+    // For a listing that takes only --json (after the verb, or the global
+    // one): whether to print JSON, or the usage error's exit code.
+    std::variant<bool, int> parseJsonOnly(const QString& command, const QStringList& arguments,
+                                          const QString& usage);
 
 private:
     std::unique_ptr<SettingsStore> m_settings;

@@ -5,7 +5,6 @@
 #include "tools/APIKeyConfigurationForm.h"
 #include "tools/ConfigurationManager.h"
 
-#include <QCommandLineParser>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -147,14 +146,12 @@ int run(CliContext& context, const QStringList& arguments)
     const QString verb = arguments.value(0);
     const qsizetype count = arguments.size();
     if (verb == u"list"_s) {
-        QCommandLineParser parser;
-        parser.addOption({u"json"_s, u"Machine-readable output."_s});
-        if (const auto wrong = context.parseOptionsOnly(parser, u"quillmoss integrations list"_s,
-                                                        arguments.mid(1), usage))
+        const std::variant<bool, int> json =
+            context.parseJsonOnly(u"quillmoss integrations list"_s, arguments.mid(1), usage);
+        if (const int* wrong = std::get_if<int>(&json))
             return *wrong;
         const std::unique_ptr<Services> services = context.makeServices();
-        return list(context, services->configurationManager(),
-                    context.json || parser.isSet(u"json"_s));
+        return list(context, services->configurationManager(), std::get<bool>(json));
     }
     const QStringList verbsWithName = {u"enable"_s, u"disable"_s, u"set-key"_s, u"remove-key"_s};
     const bool wellFormed =

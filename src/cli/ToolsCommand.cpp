@@ -4,7 +4,6 @@
 #include "tools/ConfigurationManager.h"
 #include "tools/LocalToolManager.h"
 
-#include <QCommandLineParser>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -65,14 +64,12 @@ int run(CliContext& context, const QStringList& arguments)
     const QString verb = arguments.value(0);
     const qsizetype count = arguments.size();
     if (verb == u"list"_s) {
-        QCommandLineParser parser;
-        parser.addOption({u"json"_s, u"Machine-readable output."_s});
-        if (const auto wrong = context.parseOptionsOnly(parser, u"quillmoss tools list"_s,
-                                                        arguments.mid(1), usage))
+        const std::variant<bool, int> json =
+            context.parseJsonOnly(u"quillmoss tools list"_s, arguments.mid(1), usage);
+        if (const int* wrong = std::get_if<int>(&json))
             return *wrong;
         const std::unique_ptr<Services> services = context.makeServices();
-        return list(context, services->configurationManager(),
-                    context.json || parser.isSet(u"json"_s));
+        return list(context, services->configurationManager(), std::get<bool>(json));
     }
     if (verb == u"run"_s && (count == 2 || count == 3))
         return runTool(context, arguments.at(1), count == 3 ? arguments.at(2) : u"{}"_s);
