@@ -23,7 +23,8 @@ bool APIKeyConfigurationForm::save(const QString& name, const QString& key,
     if (trimmed.isEmpty())
         return fail(u"Please enter a valid API key"_s);
     const QString service = IntegrationCatalogue::serviceName(item->name);
-    if (!m_keychain.storeKey(trimmed, service))
+    // Stored, and the integration's state and document updated, in one step.
+    if (!m_configuration->setAPIKey(item->name, trimmed))
         return fail(u"Failed to store API key securely"_s);
     if (item->name == u"Notion"_s && !storeField(item->name, fields, u"database_id"_s,
                                                  u"Failed to store database ID securely"_s))
@@ -33,8 +34,6 @@ bool APIKeyConfigurationForm::save(const QString& name, const QString& key,
         return false;
     qCInfo(lcTools).noquote() << u"✅ Stored API key for "_s + item->name +
                                      u" using service name: "_s + service;
-    if (!m_configuration->setAPIKey(item->name, trimmed))
-        return fail(u"Failed to store API key securely"_s);
     clearError();
     return true;
 }
