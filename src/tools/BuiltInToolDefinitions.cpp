@@ -253,31 +253,12 @@ const QHash<QString, QJsonObject>& table()
 
 namespace BuiltInToolDefinitions {
 
-const QStringList& identifiers()
-{
-    // The order tools are registered in, which differs from the table's.
-    static const QStringList order{
-        u"brave_web_search"_s,      u"brave_local_search"_s,  u"firecrawl_scrape"_s,
-        u"firecrawl_map"_s,         u"firecrawl_search"_s,    u"notion_search"_s,
-        u"notion_get_page"_s,       u"notion_get_database"_s, u"notion_query_database"_s,
-        u"notion_get_user"_s,       u"notion_create_page"_s,  u"notion_update_page"_s,
-        u"notion_create_comment"_s, u"notion_get_comments"_s, u"notion_add_block"_s,
-        u"notion_list_users"_s,     u"resend_send_email"_s,   u"resend_email_templates"_s,
-    };
-    return order;
-}
-
 std::optional<QJsonObject> definition(const QString& identifier)
 {
     const auto it = table().constFind(identifier);
     if (it == table().constEnd())
         return std::nullopt;
     return *it;
-}
-
-QJsonObject parameterSchema(const QString& identifier)
-{
-    return definition(identifier).value_or(QJsonObject()).value(u"parameters"_s).toObject();
 }
 
 } // namespace BuiltInToolDefinitions

@@ -4,20 +4,13 @@
 
 #include <QJsonObject>
 #include <QString>
-#include <QStringList>
 
 #include <optional>
 
 namespace BuiltInToolDefinitions {
 
-// Every built-in tool identifier, in the order the tools are registered.
-const QStringList& identifiers();
-
 // {"name", "description", "parameters"}; nothing for an identifier that is
 // not a built-in tool.
 std::optional<QJsonObject> definition(const QString& identifier);
-
-// The "parameters" of the definition; an empty object when there is none.
-QJsonObject parameterSchema(const QString& identifier);
 
 } // namespace BuiltInToolDefinitions

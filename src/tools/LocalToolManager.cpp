@@ -100,21 +100,12 @@ std::optional<QString> LocalToolManager::credentialItem(const QString& identifie
 {
     if (isRemoteIdentifier(identifier))
         return std::nullopt;
-    if (identifier == u"brave_web_search"_s || identifier == u"brave_local_search"_s)
-        return u"brave-search"_s;
-    static const QStringList firecrawl{u"firecrawl_scrape"_s, u"firecrawl_map"_s,
-                                       u"firecrawl_search"_s};
-    if (firecrawl.contains(identifier))
-        return u"firecrawl"_s;
-    static const QStringList notion{
-        u"notion_search"_s,         u"notion_get_page"_s,       u"notion_get_database"_s,
-        u"notion_query_database"_s, u"notion_get_user"_s,       u"notion_create_page"_s,
-        u"notion_update_page"_s,    u"notion_create_comment"_s, u"notion_get_comments"_s,
-        u"notion_add_block"_s,      u"notion_list_users"_s};
-    if (notion.contains(identifier))
-        return u"notion"_s;
-    if (identifier == u"resend_send_email"_s || identifier == u"resend_email_templates"_s)
-        return u"resend"_s;
+    // The integration that provides the tool holds its credential.
+    static const QList<IntegrationItem> catalogue = IntegrationCatalogue::build();
+    for (const IntegrationItem& integration : catalogue) {
+        if (integration.toolIdentifiers && integration.toolIdentifiers->contains(identifier))
+            return IntegrationCatalogue::serviceName(integration.name);
+    }
     return std::nullopt;
 }
 
