@@ -307,8 +307,14 @@ private Q_SLOTS:
         snapshot(u"history"_s);
 
         // Its details, with the transcript the call sent and its action items to copy.
-        QVERIFY(m_ui->click(u"callRow_"_s + newest.id));
-        QTRY_VERIFY(m_ui->isShown(u"callDetail"_s));
+        // On a loaded machine the list may still be settling when the row first
+        // shows, and a click that lands mid-layout misses it; it is made again.
+        bool opened = false;
+        for (int attempt = 0; attempt < 3 && !opened; ++attempt) {
+            QVERIFY(m_ui->click(u"callRow_"_s + newest.id));
+            opened = QTest::qWaitFor([this] { return m_ui->isShown(u"callDetail"_s); }, 5'000);
+        }
+        QVERIFY(opened);
         QVERIFY(m_ui->click(u"detailTab_Transcript"_s));
         QTRY_VERIFY(m_ui->isShown(u"transcriptPage"_s));
         // The screen reads the call's typed details: the lines the call sent are there.
