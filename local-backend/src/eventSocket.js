@@ -343,7 +343,7 @@ export function attachEventSocket(httpServer, { auth, liveCalls, log }) {
         metadata: { processing_time: processingTime, type: answer.type },
       };
       liveCalls.addMessages(call, [userMessage, assistantMessage], at);
-      session.socket.emit('chatResponse', chatMessageOut(assistantMessage));
+      session.socket.emit('chatResponse', { success: true, ...chatMessageOut(assistantMessage) });
     },
 
     getChatHistory(session, payload) {

@@ -6,6 +6,8 @@
 #include "audio/AudioDeviceManager.h"
 #include "audio/PulseCaptureBackend.h"
 #include "call/CallController.h"
+#include "chat/ChatViewModel.h"
+#include "chat/SocketChatSession.h"
 #include "models/ModelDownloader.h"
 #include "session/SessionFactory.h"
 #include "session/SocketController.h"
@@ -86,7 +88,14 @@ CallController& Services::callController()
         configuration.onToolConfigChange = [this](const QString& document) {
             sendToolConfiguration(document);
         };
+        if (auto* session = qobject_cast<SocketController*>(m_callController->session()))
+            m_chatSession = std::make_unique<SocketChatSession>(*session, chat());
     }
+    // The conversation belongs to the call it was held in.
+    connect(m_callController.get(), &CallController::isLiveChanged, this, [this] {
+        if (!m_callController->isLive() && m_chat)
+            m_chat->clear();
+    });
     return *m_callController;
 }
 
@@ -104,6 +113,13 @@ void Services::sendToolConfiguration(const QString& document)
     const QJsonDocument parsed = QJsonDocument::fromJson(document.toUtf8());
     if (parsed.isObject())
         session->updateLocalToolsConfiguration(parsed.object());
+}
+
+ChatViewModel& Services::chat()
+{
+    if (!m_chat)
+        m_chat = std::make_unique<ChatViewModel>(localToolManager());
+    return *m_chat;
 }
 
 LocalToolManager& Services::localToolManager()

@@ -15,12 +15,14 @@ class AuthenticationService;
 class CallController;
 class CallHistoryService;
 class CaptureBackend;
+class ChatViewModel;
 class ConfigurationManager;
 class FeedbackService;
 class KeychainManager;
 class LocalToolManager;
 class ModelDownloader;
 class SettingsStore;
+class SocketChatSession;
 class SummaryModel;
 
 // Lives on the GUI thread. A service is made the first time it is asked for,
@@ -72,6 +74,8 @@ public:
     // Which integrations are enabled, with their credentials; its changes reach
     // the call's backend session as fresh tool-configuration documents.
     ConfigurationManager& configurationManager();
+    // The in-call chat, talking through the call's session; cleared when a call ends.
+    ChatViewModel& chat();
 
 private:
     void signedInStateChanged();
@@ -84,11 +88,13 @@ private:
     // Destroyed from the last to the first: each goes before what it uses.
     std::unique_ptr<LocalToolManager> m_localToolManager;
     std::unique_ptr<ConfigurationManager> m_configurationManager;
+    std::unique_ptr<ChatViewModel> m_chat;
     std::unique_ptr<AuthenticationService> m_authService;
     std::unique_ptr<ModelDownloader> m_modelDownloader;
     std::unique_ptr<SummaryModel> m_summaryModel;
     std::unique_ptr<CaptureBackend> m_capture;
     std::unique_ptr<CallController> m_callController;
+    std::unique_ptr<SocketChatSession> m_chatSession;
     std::unique_ptr<AudioDeviceManager> m_audioDevices;
     std::unique_ptr<CallHistoryService> m_callHistory;
     std::unique_ptr<FeedbackService> m_feedback;

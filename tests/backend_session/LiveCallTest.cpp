@@ -7,6 +7,7 @@
 #include "account/AuthenticationService.h"
 #include "audio/ReplayCaptureBackend.h"
 #include "call/CallController.h"
+#include "chat/ChatViewModel.h"
 #include "services/Services.h"
 #include "session/SessionFactory.h"
 #include "session/SocketController.h"
@@ -14,11 +15,13 @@
 #include "store/KeychainManager.h"
 #include "store/SettingsStore.h"
 #include "tools/ConfigurationManager.h"
+#include "tools/LocalToolManager.h"
 
 #include <QElapsedTimer>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <QMutex>
 #include <QPromise>
 #include <QTest>
 
@@ -38,6 +41,38 @@ QList<QJsonObject> jsonLines(const QString& output)
         lines << QJsonDocument::fromJson(line.toUtf8()).object();
     return lines;
 }
+
+// A web search whose calls the test can see.
+class ObservedSearch : public LocalTool
+{
+public:
+    QString identifier() const override { return u"brave_web_search"_s; }
+    QString name() const override { return u"Brave Web Search"_s; }
+    QString description() const override { return {}; }
+    QJsonObject parameterSchema() const override
+    {
+        return {{u"type"_s, u"object"_s},
+                {u"properties"_s, QJsonObject{{u"query"_s, QJsonObject{{u"type"_s, u"string"_s}}}}},
+                {u"required"_s, QJsonArray{u"query"_s}}};
+    }
+    void execute(const ToolInvocation& call, Done done) override
+    {
+        {
+            const QMutexLocker lock(&mutex);
+            queries.append(call.parameters.value(u"query"_s).toString());
+        }
+        done(ToolOutcome::success(u"Acme lists its pricing at $49 per seat."_s));
+    }
+    QStringList seen() const
+    {
+        const QMutexLocker lock(&mutex);
+        return queries;
+    }
+
+private:
+    mutable QMutex mutex; // the tool runs on the tool thread
+    QStringList queries;
+};
 
 } // namespace
 
@@ -245,6 +280,60 @@ private Q_SLOTS:
         QCOMPARE(names(stored[u"document"_s][u"enabledTools"_s]), firecrawl);
         QCOMPARE(session->enabledTools(), firecrawl);
         controller.endCall();
+    }
+
+    // Ask, approve, the tool runs once with the assistant's arguments, its
+    // result goes back in the exact results message, and an answer follows.
+    void chatRunsAnApprovedTool()
+    {
+        LocalBackend backend;
+        QVERIFY2(backend.isRunning(), qPrintable(backend.error()));
+        const auto tokens = backend.signIn(u"casey@example.com"_s);
+        QVERIFY(tokens);
+        QVERIFY(KeychainManager::shared().storeKey(tokens->accessToken, accessKey));
+
+        SettingsStore settings(m_home->path() + u"/chat-settings.json"_s);
+        Services::Options options;
+        options.backendUrl = backend.url();
+        options.checkStoredToken = false;
+        options.makeCapture = [] { return std::make_unique<ReplayCaptureBackend>(); };
+        Services services(settings, KeychainManager::shared(), options);
+        auto search = std::make_shared<ObservedSearch>();
+        services.localToolManager().registerTool(search);
+        QVERIFY(services.configurationManager().toggleIntegration(u"Brave Search"_s, true));
+        CallController& controller = services.callController();
+        ChatViewModel& chat = services.chat();
+        auto* session = dynamic_cast<SocketController*>(controller.session());
+        QVERIFY(controller.startCall());
+        QTRY_VERIFY_WITH_TIMEOUT(session->sessionReady(), 15'000);
+
+        chat.sendMessage(u"Search the web for Acme pricing"_s);
+        QTRY_COMPARE_WITH_TIMEOUT(chat.pendingApprovalCount(), 1, 10'000);
+        const ChatMessage asking = chat.pendingToolApprovals().first();
+        QCOMPARE(asking.toolCalls->first().name, u"brave_web_search"_s);
+        QVERIFY(search->seen().isEmpty());
+
+        chat.approve(asking.id);
+        QTRY_COMPARE_WITH_TIMEOUT(search->seen().size(), 1, 10'000);
+        QVERIFY2(search->seen().first().contains(u"Acme"_s), qPrintable(search->seen().first()));
+        // The follow-up answer replaces the results' placeholder.
+        QTRY_VERIFY_WITH_TIMEOUT(chat.messages().last().id != asking.id && !chat.isLoading() &&
+                                     !chat.messages().last().isLoading,
+                                 10'000);
+        QCOMPARE(search->seen().size(), 1);
+        QCOMPARE(chat.errorMessage(), QString());
+
+        // What the backend keeps of the conversation holds the results message as sent.
+        chat.handleConnectStatus(true);
+        const QString expected = ChatViewModel::resultsMessage(
+            {ToolResult{{}, {}, u"Acme lists its pricing at $49 per seat."_s, true}});
+        QTRY_VERIFY_WITH_TIMEOUT(std::any_of(chat.messages().cbegin(), chat.messages().cend(),
+                                             [&](const ChatMessage& m) {
+                                                 return m.isFromUser && m.content == expected;
+                                             }),
+                                 10'000);
+        controller.endCall();
+        QTRY_VERIFY(chat.messages().isEmpty());
     }
 };
 
