@@ -174,4 +174,14 @@ std::optional<AgentSuggestion> decodeAgentSuggestion(const QJsonValue& json)
     return suggestion;
 }
 
+QString readableArguments(const QJsonObject& parameters)
+{
+    QStringList lines;
+    for (auto it = parameters.constBegin(); it != parameters.constEnd(); ++it) {
+        const QJsonValue value = it.value();
+        lines.append(it.key() + u": "_s + (value.isString() ? value.toString() : jsonText(value)));
+    }
+    return lines.join(u'\n');
+}
+
 } // namespace ChatRecords

@@ -75,4 +75,10 @@ std::optional<ChatMessage> decodeChatResponse(const QJsonObject& payload, QStrin
 // naming the keys it had) without a tool name under "name" or "toolName".
 std::optional<AgentSuggestion> decodeAgentSuggestion(const QJsonValue& json);
 
+// A tool call's arguments for a person to check before approving: one
+// "name: value" line per argument, by name, text values as they
+// are and anything else as compact JSON. Nothing is cut: what is shown is
+// what runs.
+QString readableArguments(const QJsonObject& parameters);
+
 } // namespace ChatRecords

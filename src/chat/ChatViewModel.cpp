@@ -2,6 +2,7 @@
 
 #include "chat/ChatSession.h"
 #include "core/Logging.h"
+#include "tools/LocalTool.h"
 #include "tools/LocalToolManager.h"
 
 #include <QJsonDocument>
@@ -11,6 +12,8 @@
 using namespace Qt::StringLiterals;
 
 namespace {
+
+constexpr QStringView suggestionPrefix = u"agent_suggestion_";
 
 QString freshId()
 {
@@ -58,6 +61,7 @@ void ChatViewModel::sendMessage(const QString& text)
     const QString trimmed = text.trimmed();
     if (trimmed.isEmpty() || !m_session)
         return;
+    setError(QString()); // the line spoke of the previous message
     ChatMessage mine;
     mine.id = freshId();
     mine.content = trimmed;
@@ -66,12 +70,11 @@ void ChatViewModel::sendMessage(const QString& text)
     append(mine);
     setLoading(true);
     appendPlaceholder(u"Thinking..."_s);
-    // Each message has its own time-out; a wait taken over by a later message
-    // is that message's to end.
+    // Each message has its own time-out, and all of them watch the one loading
+    // flag: whichever fires while an answer is still awaited ends the wait.
     const int generation = m_generation;
-    const int sent = ++m_sends;
-    m_schedule(answerTimeout, this, [this, generation, sent] {
-        if (generation != m_generation || !m_isLoading || sent != m_sends)
+    m_schedule(answerTimeout, this, [this, generation] {
+        if (generation != m_generation || !m_isLoading)
             return;
         setLoading(false);
         dropTrailingPlaceholder();
@@ -102,7 +105,35 @@ void ChatViewModel::handleChatResponse(const QJsonObject& payload)
         qCInfo(lcSession).noquote()
             << u"🔧 AI message requires tool approval: "_s + message->content;
         m_pending.append(*message);
+        setApprovalState(message->id, ApprovalState::Pending);
         Q_EMIT pendingToolApprovalsChanged();
+    }
+}
+
+bool ChatViewModel::isSuggestion(const QString& messageId)
+{
+    return messageId.startsWith(suggestionPrefix);
+}
+
+QString ChatViewModel::toolTitle(const QString& identifier) const
+{
+    const std::shared_ptr<LocalTool> tool = m_tools.tool(identifier);
+    return tool ? tool->name() : identifier;
+}
+
+ChatViewModel::ApprovalState ChatViewModel::approvalState(const QString& messageId) const
+{
+    return m_approvals.value(messageId, ApprovalState::None);
+}
+
+void ChatViewModel::setApprovalState(const QString& messageId, ApprovalState state)
+{
+    m_approvals.insert(messageId, state);
+    for (int row = 0; row < m_messages.size(); ++row) {
+        if (m_messages.at(row).id == messageId) {
+            Q_EMIT messageUpdated(row);
+            return;
+        }
     }
 }
 
@@ -114,31 +145,44 @@ void ChatViewModel::approve(const QString& messageId)
         return;
     const QList<ToolCall> calls = found->toolCalls.value_or(QList<ToolCall>());
     m_pending.erase(found);
+    setApprovalState(messageId, ApprovalState::Running);
     Q_EMIT pendingToolApprovalsChanged();
-    runCalls(calls, {});
+    runCalls(messageId, calls, {});
 }
 
 void ChatViewModel::deny(const QString& messageId)
 {
     const qsizetype removed =
         m_pending.removeIf([&](const ChatMessage& each) { return each.id == messageId; });
-    if (removed > 0)
+    if (removed > 0) {
+        setApprovalState(messageId, ApprovalState::Denied);
         Q_EMIT pendingToolApprovalsChanged();
+    }
 }
 
 // One at a time, in the order asked: a later call may depend on an earlier
 // one's effect, and the results go back in the same order.
-void ChatViewModel::runCalls(QList<ToolCall> calls, QList<ToolResult> results)
+void ChatViewModel::runCalls(const QString& messageId, QList<ToolCall> calls,
+                             QList<ToolResult> results)
 {
     if (calls.isEmpty()) {
+        // The results stay with the message that asked for them, for the view
+        // and the export.
+        for (int row = 0; row < m_messages.size(); ++row) {
+            if (m_messages.at(row).id == messageId) {
+                m_messages[row].toolResults = results;
+                Q_EMIT messageUpdated(row);
+            }
+        }
+        setApprovalState(messageId, ApprovalState::Answered);
         sendToolResults(results);
         return;
     }
     const ToolCall call = calls.takeFirst();
     const int generation = m_generation;
     m_tools.executeTool(call.name, call.parameters,
-                        [this, self = QPointer<ChatViewModel>(this), call, calls, results,
-                         generation](const ToolExecution& execution) mutable {
+                        [this, self = QPointer<ChatViewModel>(this), messageId, call, calls,
+                         results, generation](const ToolExecution& execution) mutable {
                             if (!self || generation != m_generation)
                                 return;
                             ToolResult result;
@@ -147,7 +191,7 @@ void ChatViewModel::runCalls(QList<ToolCall> calls, QList<ToolResult> results)
                             result.result = execution.text;
                             result.success = execution.success;
                             results.append(result);
-                            runCalls(calls, results);
+                            runCalls(messageId, calls, results);
                         });
 }
 
@@ -186,7 +230,7 @@ void ChatViewModel::handleAgentSuggestions(const QJsonObject& payload)
         if (!suggestion)
             continue;
         ChatMessage message;
-        message.id = u"agent_suggestion_"_s + freshId();
+        message.id = suggestionPrefix.toString() + freshId();
         message.content = suggestionText(*suggestion);
         message.timestamp = QDateTime::currentDateTimeUtc();
         ToolCall call;
@@ -197,6 +241,7 @@ void ChatViewModel::handleAgentSuggestions(const QJsonObject& payload)
         message.isPendingToolApproval = true;
         append(message);
         m_pending.append(message);
+        setApprovalState(message.id, ApprovalState::Pending);
         Q_EMIT pendingToolApprovalsChanged();
     }
 }
@@ -234,14 +279,26 @@ void ChatViewModel::handleChatHistory(const QJsonArray& entries)
             history.append(std::move(*message));
         }
     }
-    m_messages = history;
-    Q_EMIT messagesChanged();
+    resetMessages(std::move(history));
 }
 
 void ChatViewModel::handleChatCleared()
 {
-    m_messages.clear();
-    Q_EMIT messagesChanged();
+    resetMessages({});
+}
+
+void ChatViewModel::resetMessages(QList<ChatMessage> messages)
+{
+    m_messages = std::move(messages);
+    // Requests still waiting keep their prompt; a message gone from view
+    // needs no state.
+    for (auto it = m_approvals.begin(); it != m_approvals.end();) {
+        if (it.value() == ApprovalState::Pending || it.value() == ApprovalState::Running)
+            ++it;
+        else
+            it = m_approvals.erase(it);
+    }
+    Q_EMIT messagesReset();
 }
 
 void ChatViewModel::clear()
@@ -249,9 +306,10 @@ void ChatViewModel::clear()
     ++m_generation;
     m_messages.clear();
     m_pending.clear();
+    m_approvals.clear();
     setLoading(false);
     setError(QString());
-    Q_EMIT messagesChanged();
+    Q_EMIT messagesReset();
     Q_EMIT pendingToolApprovalsChanged();
 }
 
@@ -276,7 +334,7 @@ QString ChatViewModel::exportMarkdown() const
 void ChatViewModel::append(const ChatMessage& message)
 {
     m_messages.append(message);
-    Q_EMIT messagesChanged();
+    Q_EMIT messageInserted(static_cast<int>(m_messages.size()) - 1);
 }
 
 void ChatViewModel::appendPlaceholder(const QString& text)
@@ -288,7 +346,7 @@ void ChatViewModel::dropTrailingPlaceholder()
 {
     if (!m_messages.isEmpty() && m_messages.last().isLoading) {
         m_messages.removeLast();
-        Q_EMIT messagesChanged();
+        Q_EMIT messageRemoved(static_cast<int>(m_messages.size()));
     }
 }
 

@@ -7,6 +7,7 @@
 
 #include "chat/ChatRecords.h"
 
+#include <QHash>
 #include <QJsonArray>
 #include <QJsonObject>
 #include <QList>
@@ -31,6 +32,17 @@ class ChatViewModel : public QObject
         int pendingApprovalCount READ pendingApprovalCount NOTIFY pendingToolApprovalsChanged)
 
 public:
+    // Where the tool calls of an assistant message stand.
+    enum class ApprovalState
+    {
+        None,     // it asked for nothing
+        Pending,  // waiting for the user's yes or no
+        Running,  // approved: its tools run, then their results go back
+        Answered, // its results went back to the assistant
+        Denied,
+    };
+    Q_ENUM(ApprovalState)
+
     // Runs `work` once after `delay`, unless `context` has gone.
     using Scheduler = std::function<void(std::chrono::milliseconds delay, QObject* context,
                                          std::function<void()> work)>;
@@ -49,6 +61,11 @@ public:
     bool isLoading() const { return m_isLoading; }
     const QList<ChatMessage>& pendingToolApprovals() const { return m_pending; }
     int pendingApprovalCount() const { return static_cast<int>(m_pending.size()); }
+    ApprovalState approvalState(const QString& messageId) const;
+    // Whether the message is one of the agent's suggestions rather than an answer.
+    static bool isSuggestion(const QString& messageId);
+    // How a tool is named to people: its registered name, else its identifier.
+    QString toolTitle(const QString& identifier) const;
 
     Q_INVOKABLE void sendMessage(const QString& text);
     // Runs the tool calls of the pending message `messageId` (a local id), in
@@ -74,7 +91,12 @@ public:
     static QString resultsMessage(const QList<ToolResult>& results);
 
 Q_SIGNALS:
-    void messagesChanged();
+    // The conversation's changes, one row at a time so that a long
+    // conversation is never laid out again for one more message.
+    void messageInserted(int row);
+    void messageRemoved(int row);
+    void messageUpdated(int row);
+    void messagesReset();
     void errorMessageChanged();
     void isLoadingChanged();
     void pendingToolApprovalsChanged();
@@ -85,7 +107,9 @@ private:
     void setLoading(bool loading);
     void dropTrailingPlaceholder();
     void appendPlaceholder(const QString& text);
-    void runCalls(QList<ToolCall> calls, QList<ToolResult> results);
+    void runCalls(const QString& messageId, QList<ToolCall> calls, QList<ToolResult> results);
+    void setApprovalState(const QString& messageId, ApprovalState state);
+    void resetMessages(QList<ChatMessage> messages);
 
     LocalToolManager& m_tools;
     Scheduler m_schedule;
@@ -94,8 +118,8 @@ private:
     QString m_errorMessage;
     QStringList m_suggestedQuestions;
     QList<ChatMessage> m_pending;
+    QHash<QString, ApprovalState> m_approvals; // by message id; None is not kept
     bool m_isLoading = false;
-    int m_sends = 0; // messages sent so far; the last one owns the wait
     // Bumped by clear(), so that work begun before it reports into nothing.
     int m_generation = 0;
 };

@@ -6,7 +6,7 @@
 #include "audio/AudioDeviceManager.h"
 #include "audio/PulseCaptureBackend.h"
 #include "call/CallController.h"
-#include "chat/ChatViewModel.h"
+#include "chat/ChatController.h"
 #include "chat/SocketChatSession.h"
 #include "models/ModelDownloader.h"
 #include "session/SessionFactory.h"
@@ -89,12 +89,12 @@ CallController& Services::callController()
             sendToolConfiguration(document);
         };
         if (auto* session = qobject_cast<SocketController*>(m_callController->session()))
-            m_chatSession = std::make_unique<SocketChatSession>(*session, chat());
+            m_chatSession = std::make_unique<SocketChatSession>(*session, *chat().chatModel());
     }
     // The conversation belongs to the call it was held in.
     connect(m_callController.get(), &CallController::isLiveChanged, this, [this] {
         if (!m_callController->isLive() && m_chat)
-            m_chat->clear();
+            m_chat->chatModel()->clear();
     });
     return *m_callController;
 }
@@ -115,10 +115,13 @@ void Services::sendToolConfiguration(const QString& document)
         session->updateLocalToolsConfiguration(parsed.object());
 }
 
-ChatViewModel& Services::chat()
+ChatController& Services::chat()
 {
+    // Building the call controller builds the chat too when calls talk to a
+    // backend, so it comes first.
+    CallController& call = callController();
     if (!m_chat)
-        m_chat = std::make_unique<ChatViewModel>(localToolManager());
+        m_chat = std::make_unique<ChatController>(localToolManager(), call, configurationManager());
     return *m_chat;
 }
 

@@ -15,7 +15,7 @@ class AuthenticationService;
 class CallController;
 class CallHistoryService;
 class CaptureBackend;
-class ChatViewModel;
+class ChatController;
 class ConfigurationManager;
 class FeedbackService;
 class KeychainManager;
@@ -75,7 +75,7 @@ public:
     // the call's backend session as fresh tool-configuration documents.
     ConfigurationManager& configurationManager();
     // The in-call chat, talking through the call's session; cleared when a call ends.
-    ChatViewModel& chat();
+    ChatController& chat();
 
 private:
     void signedInStateChanged();
@@ -88,7 +88,7 @@ private:
     // Destroyed from the last to the first: each goes before what it uses.
     std::unique_ptr<LocalToolManager> m_localToolManager;
     std::unique_ptr<ConfigurationManager> m_configurationManager;
-    std::unique_ptr<ChatViewModel> m_chat;
+    std::unique_ptr<ChatController> m_chat;
     std::unique_ptr<AuthenticationService> m_authService;
     std::unique_ptr<ModelDownloader> m_modelDownloader;
     std::unique_ptr<SummaryModel> m_summaryModel;

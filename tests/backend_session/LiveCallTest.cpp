@@ -7,6 +7,7 @@
 #include "account/AuthenticationService.h"
 #include "audio/ReplayCaptureBackend.h"
 #include "call/CallController.h"
+#include "chat/ChatController.h"
 #include "chat/ChatViewModel.h"
 #include "services/Services.h"
 #include "session/SessionFactory.h"
@@ -302,7 +303,7 @@ private Q_SLOTS:
         services.localToolManager().registerTool(search);
         QVERIFY(services.configurationManager().toggleIntegration(u"Brave Search"_s, true));
         CallController& controller = services.callController();
-        ChatViewModel& chat = services.chat();
+        ChatViewModel& chat = *services.chat().chatModel();
         auto* session = dynamic_cast<SocketController*>(controller.session());
         QVERIFY(controller.startCall());
         QTRY_VERIFY_WITH_TIMEOUT(session->sessionReady(), 15'000);
