@@ -1,5 +1,5 @@
 // The call screen: the call's controls, the state of the backend, the live
-// transcript and the live summary side by side.
+// transcript, the live summary and the assistant chat side by side.
 import QtQuick
 import QtQuick.Controls
 import QtQuick.Layouts
@@ -9,11 +9,14 @@ Rectangle {
     objectName: "callControlPage"
     color: Theme.background
 
-    // CallController, TranscriptionViewModel, SummaryModel and Clipboard (or stand-ins).
+    // CallController, TranscriptionViewModel, SummaryModel, Clipboard,
+    // ChatController and ChatMarkdown (or stand-ins).
     required property var controller
     required property var transcript
     required property var summary
     required property var clipboard
+    required property var chat
+    required property var markdown
     // Receives the screen's named analytics events; null sends none.
     required property var analytics
     // The local recognizer's status, null until a model is loaded.
@@ -99,18 +102,27 @@ Rectangle {
             orientation: Qt.Horizontal
 
             TranscriptPanel {
-                SplitView.preferredWidth: parent.width * 0.55
-                SplitView.minimumWidth: 280
+                SplitView.preferredWidth: parent.width * 0.34
+                SplitView.minimumWidth: 180
                 transcript: root.transcript
                 clipboard: root.clipboard
             }
             SummaryPanel {
-                SplitView.minimumWidth: 280
+                SplitView.preferredWidth: parent.width * 0.30
+                SplitView.minimumWidth: 180
                 summary: root.summary
                 onTabSelected: tab => {
                     if (root.analytics)
                         root.analytics.capture("Insight Tab Selected", { "tab": tab })
                 }
+            }
+            ChatPanel {
+                SplitView.fillWidth: true
+                SplitView.minimumWidth: 260
+                chat: root.chat
+                markdown: root.markdown
+                clipboard: root.clipboard
+                sessionReady: root.controller ? root.controller.isSessionReady : false
             }
         }
     }

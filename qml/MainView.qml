@@ -61,6 +61,8 @@ Rectangle {
                     summary: root.services.summaryModel
                     recognitionStatus: root.services.app.recognitionStatus
                     clipboard: root.services.clipboard
+                    chat: root.services.chatController
+                    markdown: root.services.chatMarkdown
                     analytics: root.services.postHogService
                 }
             }

@@ -5,6 +5,7 @@
 #include "account/CallHistoryService.h"
 #include "account/FeedbackForm.h"
 #include "account/FeedbackService.h"
+#include "app/ChatMarkdown.h"
 #include "app/Clipboard.h"
 #include "app/ContentView.h"
 #include "app/LinkRouter.h"
@@ -17,6 +18,7 @@
 #include "audio/AudioDeviceManager.h"
 #include "audio/PulseCaptureBackend.h"
 #include "call/CallController.h"
+#include "chat/ChatController.h"
 #include "core/Logging.h"
 #include "models/ModelCatalogueModel.h"
 #include "models/ModelDownloader.h"
@@ -111,6 +113,8 @@ QuillmossApp::QuillmossApp(AppOptions options, QObject* parent)
     screens.contentView = m_contentView.get();
     screens.windowState = m_windowState.get();
     screens.clipboard = m_clipboard.get();
+    screens.chatController = &m_services->chat();
+    screens.chatMarkdown = m_chatMarkdown.get();
 }
 
 QuillmossApp::~QuillmossApp()
@@ -147,6 +151,7 @@ void QuillmossApp::wireServices()
     m_contentView = std::make_unique<ContentView>(m_services->authService(), *m_settings);
     m_windowState = std::make_unique<WindowState>(*m_settings);
     m_clipboard = std::make_unique<Clipboard>();
+    m_chatMarkdown = std::make_unique<ChatMarkdown>(m_options.openUrl);
 }
 
 bool QuillmossApp::show()

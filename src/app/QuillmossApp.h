@@ -13,6 +13,7 @@
 
 class APIKeyConfigurationForm;
 class CallHistoryListModel;
+class ChatMarkdown;
 class Clipboard;
 class ContentView;
 class FeedbackForm;
@@ -94,6 +95,7 @@ private:
     std::unique_ptr<ContentView> m_contentView;
     std::unique_ptr<WindowState> m_windowState;
     std::unique_ptr<Clipboard> m_clipboard;
+    std::unique_ptr<ChatMarkdown> m_chatMarkdown;
     std::unique_ptr<SingleInstance> m_singleInstance;
     // Last, so the screens go before the services they bind to.
     std::unique_ptr<QQmlApplicationEngine> m_engine;

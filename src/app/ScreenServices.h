@@ -13,6 +13,8 @@ class AuthenticationService;
 class CallController;
 class CallHistoryListModel;
 class CallHistoryService;
+class ChatController;
+class ChatMarkdown;
 class Clipboard;
 class ConfigurationManager;
 class ContentView;
@@ -33,6 +35,7 @@ Q_MOC_INCLUDE("account/AuthenticationService.h")
 Q_MOC_INCLUDE("account/CallHistoryListModel.h")
 Q_MOC_INCLUDE("account/CallHistoryService.h")
 Q_MOC_INCLUDE("account/FeedbackForm.h")
+Q_MOC_INCLUDE("app/ChatMarkdown.h")
 Q_MOC_INCLUDE("app/Clipboard.h")
 Q_MOC_INCLUDE("app/ContentView.h")
 Q_MOC_INCLUDE("app/PostHogService.h")
@@ -43,6 +46,7 @@ Q_MOC_INCLUDE("app/WindowState.h")
 Q_MOC_INCLUDE("audio/AudioDeviceManager.h")
 Q_MOC_INCLUDE("call/CallController.h")
 Q_MOC_INCLUDE("call/TranscriptionViewModel.h")
+Q_MOC_INCLUDE("chat/ChatController.h")
 Q_MOC_INCLUDE("models/ModelCatalogueModel.h")
 Q_MOC_INCLUDE("models/ModelDownloader.h")
 Q_MOC_INCLUDE("session/SummaryModel.h")
@@ -79,6 +83,8 @@ class ScreenServices : public QObject
     Q_PROPERTY(ContentView* contentView MEMBER contentView CONSTANT)
     Q_PROPERTY(WindowState* windowState MEMBER windowState CONSTANT)
     Q_PROPERTY(Clipboard* clipboard MEMBER clipboard CONSTANT)
+    Q_PROPERTY(ChatController* chatController MEMBER chatController CONSTANT)
+    Q_PROPERTY(ChatMarkdown* chatMarkdown MEMBER chatMarkdown CONSTANT)
 
 public:
     // The property of a window's root that receives the services.
@@ -107,6 +113,8 @@ public:
     ContentView* contentView = nullptr;
     WindowState* windowState = nullptr;
     Clipboard* clipboard = nullptr;
+    ChatController* chatController = nullptr;
+    ChatMarkdown* chatMarkdown = nullptr;
 
 private:
     explicit ScreenServices(QObject* parent) : QObject(parent) {}

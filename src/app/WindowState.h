@@ -15,7 +15,7 @@ class WindowState : public QObject
 
 public:
     static constexpr auto geometryKey = "mainWindowGeometry";
-    static constexpr int defaultWidth = 1180;
+    static constexpr int defaultWidth = 1320;
     static constexpr int defaultHeight = 780;
     static constexpr int minimumWidth = 880;
     static constexpr int minimumHeight = 600;

@@ -12,6 +12,7 @@
 #include "ModelHostServer.h"
 #include "PulseAudioServer.h"
 #include "QuickDriver.h"
+#include "RecordingSearchTool.h"
 #include "TestPaths.h"
 #include "WhileServing.h"
 #include "account/AuthenticationService.h"
@@ -22,11 +23,14 @@
 #include "app/SingleInstance.h"
 #include "call/CallController.h"
 #include "call/TranscriptionViewModel.h"
+#include "chat/ChatController.h"
+#include "chat/ChatViewModel.h"
 #include "models/ModelDownloader.h"
 #include "recognition/SpeechRecognizer.h"
 #include "services/Services.h"
 #include "session/SummaryModel.h"
 #include "store/AppPaths.h"
+#include "tools/LocalToolManager.h"
 
 #include <QClipboard>
 #include <QDir>
@@ -149,6 +153,13 @@ private:
         for (const HttpStub::Request& request : m_analytics->requests())
             events << QJsonDocument::fromJson(request.body).object()[u"event"_s].toString();
         return events;
+    }
+
+    // Typed into whatever has the keyboard focus, a key at a time.
+    void type(const QString& text)
+    {
+        for (const QChar c : text)
+            QTest::keyClick(m_app->mainWindow(), c.toLatin1());
     }
 
     void openSection(const QString& key)
@@ -354,6 +365,74 @@ private Q_SLOTS:
         QTRY_COMPARE(settingsFile()[u"enabledIntegrations"_s].toArray(),
                      QJsonArray{u"Brave Search"_s});
         QVERIFY(logged(u"✅ Stored API key for Brave Search using service name: brave-search"_s));
+    }
+
+    // Everything by keyboard: type, Enter; the permission prompt takes the
+    // focus, Tab reaches Approve, Enter runs the tool once.
+    void theAssistantRunsAToolOnlyOnTheUsersYes()
+    {
+        auto search = std::make_shared<RecordingSearchTool>(
+            u"Northwind Logistics: 240 employees, founded 2009, HQ in Rotterdam."_s);
+        m_app->services().localToolManager().registerTool(search);
+        openSection(u"callControl"_s);
+        QTRY_VERIFY(m_ui->isShown(u"chatInactive"_s));
+        CallController& call = m_app->services().callController();
+        QVERIFY(m_ui->click(u"startCallButton"_s));
+        QTRY_VERIFY_WITH_TIMEOUT(call.isSessionReady(), 15'000);
+        QTRY_VERIFY(m_ui->isShown(u"chatMessages"_s));
+        QVERIFY(!m_ui->isShown(u"chatInactive"_s));
+
+        QQuickItem* input = m_ui->item(u"chatInput"_s);
+        QVERIFY(input);
+        input->forceActiveFocus();
+        type(u"Search the web for Northwind Logistics"_s);
+        QTest::keyClick(m_app->mainWindow(), Qt::Key_Return);
+        QTRY_VERIFY_WITH_TIMEOUT(m_ui->isShown(u"approvalPrompt"_s), 15'000);
+        QCOMPARE(m_ui->text(u"approvalTitle"_s), u"Permission Required"_s);
+        QCOMPARE(m_ui->text(u"approvalIntro"_s), u"The AI wants to use the following tools:"_s);
+        QVERIFY(m_ui->text(u"approvalArguments_0"_s).contains(u"query: Northwind Logistics"_s));
+        QVERIFY(search->seen().isEmpty());
+        snapshot(u"chat"_s);
+
+        // Tab from wherever the focus is lands on Approve within a step or two.
+        QQuickItem* approve = m_ui->item(u"approveButton"_s);
+        for (int i = 0; i < 4 && !approve->hasActiveFocus(); ++i)
+            QTest::keyClick(m_app->mainWindow(), Qt::Key_Tab);
+        QVERIFY(approve->hasActiveFocus());
+        QTest::keyClick(m_app->mainWindow(), Qt::Key_Return);
+        QTRY_COMPARE_WITH_TIMEOUT(search->seen().size(), 1, 10'000);
+        QVERIFY(search->seen().first().contains(u"Northwind"_s));
+        QTRY_VERIFY(!m_ui->isShown(u"approvalPrompt"_s));
+        ChatViewModel& chat = *m_app->services().chat().chatModel();
+        QTRY_VERIFY_WITH_TIMEOUT(!chat.isLoading() && chat.messages().size() >= 3 &&
+                                     !chat.messages().last().isFromUser &&
+                                     chat.messages().last().content.contains(u"Rotterdam"_s),
+                                 15'000);
+        QCOMPARE(search->seen().size(), 1);
+        QCOMPARE(chat.errorMessage(), QString());
+        snapshot(u"chat-answered"_s);
+
+        // A second request, denied: the tool does not run again.
+        input->forceActiveFocus();
+        type(u"Look up Contoso"_s);
+        QTest::keyClick(m_app->mainWindow(), Qt::Key_Return);
+        QTRY_VERIFY_WITH_TIMEOUT(m_ui->isShown(u"approvalPrompt"_s), 15'000);
+        QVERIFY(m_ui->click(u"denyButton"_s));
+        QTRY_VERIFY(!m_ui->isShown(u"approvalPrompt"_s));
+        QTest::qWait(300);
+        QCOMPARE(search->seen().size(), 1);
+
+        // Agent mode starts: a tool is enabled.
+        QVERIFY(m_ui->click(u"agentModeSwitch"_s));
+        QTRY_COMPARE(m_ui->text(u"agentModeNotice"_s), u"Agent Mode Started"_s);
+        QVERIFY(!m_ui->isShown(u"noToolsNotification"_s));
+
+        QVERIFY(m_ui->click(u"endCallButton"_s));
+        QTRY_VERIFY(m_ui->property(u"endCallDialog"_s, "opened").toBool());
+        QVERIFY(m_ui->click(u"confirmEndCallButton"_s));
+        QTRY_VERIFY(!call.isLive());
+        QTRY_VERIFY(m_ui->isShown(u"chatInactive"_s));
+        QVERIFY(chat.messages().isEmpty());
     }
 
     void aModelDownloadShowsProgressAndCanBeCancelled()

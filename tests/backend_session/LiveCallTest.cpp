@@ -3,6 +3,7 @@
 #include "CliRunner.h"
 #include "KeyringSession.h"
 #include "LocalBackend.h"
+#include "RecordingSearchTool.h"
 #include "TestPaths.h"
 #include "account/AuthenticationService.h"
 #include "audio/ReplayCaptureBackend.h"
@@ -44,37 +45,6 @@ QList<QJsonObject> jsonLines(const QString& output)
 }
 
 // A web search whose calls the test can see.
-class ObservedSearch : public LocalTool
-{
-public:
-    QString identifier() const override { return u"brave_web_search"_s; }
-    QString name() const override { return u"Brave Web Search"_s; }
-    QString description() const override { return {}; }
-    QJsonObject parameterSchema() const override
-    {
-        return {{u"type"_s, u"object"_s},
-                {u"properties"_s, QJsonObject{{u"query"_s, QJsonObject{{u"type"_s, u"string"_s}}}}},
-                {u"required"_s, QJsonArray{u"query"_s}}};
-    }
-    void execute(const ToolInvocation& call, Done done) override
-    {
-        {
-            const QMutexLocker lock(&mutex);
-            queries.append(call.parameters.value(u"query"_s).toString());
-        }
-        done(ToolOutcome::success(u"Acme lists its pricing at $49 per seat."_s));
-    }
-    QStringList seen() const
-    {
-        const QMutexLocker lock(&mutex);
-        return queries;
-    }
-
-private:
-    mutable QMutex mutex; // the tool runs on the tool thread
-    QStringList queries;
-};
-
 } // namespace
 
 class LiveCallTest : public QObject
@@ -299,7 +269,8 @@ private Q_SLOTS:
         options.checkStoredToken = false;
         options.makeCapture = [] { return std::make_unique<ReplayCaptureBackend>(); };
         Services services(settings, KeychainManager::shared(), options);
-        auto search = std::make_shared<ObservedSearch>();
+        auto search =
+            std::make_shared<RecordingSearchTool>(u"Acme lists its pricing at $49 per seat."_s);
         services.localToolManager().registerTool(search);
         QVERIFY(services.configurationManager().toggleIntegration(u"Brave Search"_s, true));
         CallController& controller = services.callController();

@@ -17,6 +17,8 @@ Item {
         transcript: null
         summary: null
         clipboard: null
+        chat: null
+        markdown: null
         analytics: null
     }
 
