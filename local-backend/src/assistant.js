@@ -3,36 +3,14 @@
  * summary, tool calls for the client to run once the user approves them, and the suggestions of
  * agent mode. Nothing here is stored or sent; the event socket does that.
  */
-import { requiredParameters } from './localTools.js';
+import { MISSING_TOOL, argumentsFor, remoteArguments, remoteToolNamed, requestFor, toolFor } from './assistantTools.js';
+import { TOOL_RESULTS_PREFIX, fromToolResults } from './toolResults.js';
 import { analyze, bestSentences, capitalize, cleanSentence, isContentWord, listing, resolvePerson, splitSentences, tokenize } from './summarizer/index.js';
 import { actionItemOf } from './summarizer/actions.js';
 import { STOP_WORDS, TIME_WORDS, normalizeApostrophes, stem } from './summarizer/text.js';
 
-/** What the client puts before the output of tools it ran, sent back as a chat message. */
-export const TOOL_RESULTS_PREFIX = 'Here are the tool execution results:';
-
-/**
- * The kinds of tool the assistant asks for. A session's enabled tools are matched by name; the
- * generic name is used when the session has none enabled.
- */
-const TOOL_KINDS = {
-  search: { generic: 'web_search', matches: /search|google|bing|serp|tavily|perplexity|brave|browse|web|lookup/i, prefer: /search/i },
-  email: { generic: 'send_email', matches: /e-?mail|gmail|outlook|smtp/i, prefer: /send|compose|draft/i },
-  notion: { generic: 'notion_create_page', matches: /notion/i, prefer: /create|page|add|new|write/i },
-};
-
-/**
- * The name of the session's tool of a kind: among its enabled tools the one that fits best,
- * the generic name when no tool is enabled, and null when tools are enabled but none fits.
- * @param {keyof typeof TOOL_KINDS} kind
- * @param {string[]} enabledTools
- */
-export function toolFor(kind, enabledTools) {
-  const { generic, matches, prefer } = TOOL_KINDS[kind];
-  if (enabledTools.length === 0) return generic;
-  const fitting = enabledTools.filter((name) => matches.test(name));
-  return fitting.find((name) => prefer.test(name)) ?? fitting[0] ?? null;
-}
+export { TOOL_RESULTS_PREFIX } from './toolResults.js';
+export { toolFor } from './assistantTools.js';
 
 /**
  * @typedef {object} CallContext what the assistant knows of the call
@@ -42,14 +20,16 @@ export function toolFor(kind, enabledTools) {
  * @property {import('./localTools.js').ToolDefinition[]} [toolDefinitions] the enabled tools'
  *   definitions, as far as the client sent them
  * @property {() => string} newId a fresh id for a tool call
+ * @property {import('./toolResults.js').AskedCall[]} [askedCalls] the tool calls of the
+ *   assistant's latest request, which a results message answers
  */
 
 /**
  * @typedef {object} Reply
  * @property {string} content Markdown
  * @property {'answer' | 'tool_request' | 'tool_result' | 'help'} type
- * @property {{id: string, name: string, parameters: Record<string, string>}[]} [toolCalls] to run
- *   only once the user approves
+ * @property {{id: string, name: string, parameters: Record<string, unknown>}[]} [toolCalls] to
+ *   run only once the user approves; only tools the session declared and enabled
  */
 
 // "please", "hey", "can you" in front of a request.
@@ -64,8 +44,11 @@ const EMAIL_INTENT = new RegExp(
   `${POLITE}(?:(?:draft|write|compose|send|prepare)\\s+(?:an?\\s+|the\\s+|a quick\\s+)?(?:follow[- ]?up\\s+)?(?:e-?mail|mail|message|note)(?:\\s+(?:to|for)\\b)?|e-?mail)\\b(.*)`,
   'is',
 );
+const TEMPLATE_INTENT = /\be-?mail templates?\b|\btemplates? (?:for|of) (?:an? |the )?(?:[\w-]+ )?e-?mails?\b/i;
 const NOTION_INTENT = new RegExp(`${POLITE}(?:(?:save|put|add|write|export|send|log|store|create|make|copy)\\b.*\\bnotion\\b|notion\\b)(.*)`, 'is');
 
+// "What follow-up actions should I take?": what the user can do next, tools included.
+const ASKS_FOLLOW_UP = /\bfollow[- ]?up\b.*\b(?:actions?|should (?:i|we)|do (?:i|we) (?:need|have) to)\b|\bwhat should (?:i|we) (?:do|send) (?:next|now|after)\b/i;
 const ASKS_ACTIONS = /\b(?:action items?|next steps?|to-?dos?|follow[- ]?ups?|what (?:do|should) (?:i|we) (?:do|send)|commit(?:ted|ments?)?|promised?|owe|tasks?|deadlines?)\b/i;
 const ASKS_TOPICS = /\b(?:topics?|subjects?|themes?|what (?:did|have|do) we (?:talk|discuss|cover)|what was discussed|talked about)\b/i;
 const ASKS_SENTIMENT = /\b(?:sentiment|mood|tone|vibe|how (?:is|was|did|does) (?:the call|it|this call) (?:go|going|feel)|how do they feel|are they (?:happy|interested|excited|upset))\b/i;
@@ -83,10 +66,13 @@ const VAGUE_QUERY = /^(?:them|it|this|that|him|her|this company|that company|the
  */
 export function reply(message, context) {
   const text = normalizeApostrophes(message.trim());
-  if (text.startsWith(TOOL_RESULTS_PREFIX)) return fromToolResults(text.slice(TOOL_RESULTS_PREFIX.length));
+  if (text.startsWith(TOOL_RESULTS_PREFIX)) return fromToolResults(text.slice(TOOL_RESULTS_PREFIX.length), context.askedCalls);
 
+  const remote = remoteToolNamed(text, context.enabledTools, context.toolDefinitions);
+  if (remote) return remoteRequest(text, remote, context);
   let match = SEARCH_INTENT.exec(text) ?? SEARCH_AROUND.exec(text);
   if (match) return searchRequest(match[1], context);
+  if (TEMPLATE_INTENT.test(text)) return templateRequest(text, context);
   match = EMAIL_INTENT.exec(text);
   if (match) return emailRequest(match[1], context);
   match = NOTION_INTENT.exec(text);
@@ -94,6 +80,7 @@ export function reply(message, context) {
 
   const speakerAnswer = ASKS_PERSON.test(text) ? aboutSpeaker(text, context) : undefined;
   if (speakerAnswer) return speakerAnswer;
+  if (ASKS_FOLLOW_UP.test(text)) return answer(context, (summary) => followUpAnswer(summary, context));
   if (ASKS_ACTIONS.test(text)) return answer(context, actionsAnswer);
   if (ASKS_TOPICS.test(text)) return answer(context, topicsAnswer);
   if (ASKS_SENTIMENT.test(text)) return answer(context, sentimentAnswer);
@@ -119,6 +106,38 @@ function actionLine(item) {
   const details = [item.assignee, item.deadline, `${item.priority} priority`].filter(Boolean).join(', ');
   return `- ${item.description} (${details})`;
 }
+
+/**
+ * "What follow-up actions should I take?": what was agreed, most pressing first, the worries
+ * that a follow-up should answer, and what the session's tools can do about it from here, said
+ * in words; the user asks for the tool call itself.
+ */
+function followUpAnswer(summary, context) {
+  const lines = ['**Follow-up actions**', ''];
+  const rank = { high: 0, medium: 1, low: 2 };
+  const items = summary.actionItems.map((item, i) => ({ item, i })).sort((a, b) => rank[a.item.priority] - rank[b.item.priority] || a.i - b.i);
+  if (items.length > 0) lines.push('Agreed in the call, most pressing first:', ...items.map(({ item }) => actionLine(item)));
+  else lines.push('No one has committed to anything yet, so nothing agreed is waiting on you.');
+  const worries = context.segments.flatMap((segment) =>
+    splitSentences(segment.text)
+      .filter((sentence) => CONCERN_WORDS.test(sentence))
+      .map((sentence) => `- “${sentence.trim()}”${segment.speaker ? ` — ${segment.speaker}` : ''}`),
+  );
+  if (worries.length > 0) lines.push('', 'Concerns to answer in your follow-up:', ...worries.slice(0, MAX_CONCERNS));
+
+  const email = toolFor('email', context.enabledTools);
+  const notion = toolFor('notion', context.enabledTools);
+  const offers = [];
+  if (email) offers.push('- **Send a recap e-mail** with the key points and next steps: ask me to "email name@company.com a recap" and approve the draft.');
+  if (notion) offers.push('- **Save the call notes to Notion**: ask me to "save the notes to Notion".');
+  if (offers.length > 0) lines.push('', 'I can help from here:', ...offers);
+  const missing = [!email && 'Resend (for a recap e-mail)', !notion && 'Notion (for the call notes)'].filter(Boolean);
+  if (missing.length > 0) lines.push('', `Turn on ${listing(missing)} under Integrations and I can do ${offers.length > 0 ? 'that too' : 'that for you'}.`);
+  return lines.join('\n');
+}
+
+const CONCERN_WORDS = /\b(?:concerns?|concerned|worried|worry|urgent|blockers?|risks?|nightmare|problem)\b/i;
+const MAX_CONCERNS = 3;
 
 function actionsAnswer(summary) {
   if (summary.actionItems.length === 0) {
@@ -197,35 +216,44 @@ function fromTranscript(text, context) {
 }
 
 /**
- * The arguments of a call that carries one text of the user's: in the tool's first required
- * string parameter when the client defined the tool with a schema that has one, else as built.
+ * The arguments of a call that carries one text of the user's: under the tool's own name for
+ * it when its schema has a fitting one, else in its first required string parameter, else as
+ * built.
  * @param {import('./localTools.js').ToolDefinition[] | undefined} definitions
  * @param {string} name the tool
  * @param {string} text
  * @param {Record<string, string>} built the arguments for a tool the schema says nothing of
  */
 export function textArguments(definitions, name, text, built) {
-  const parameter = requiredParameters(definitions ?? [], name)?.find((p) => p.type === 'string');
-  return parameter ? { [parameter.name]: text } : built;
+  return argumentsFor(definitions, name, { query: text, ...built }, { main: 'query' });
 }
 
-// `text`, when given, is the user's own text that the call is about (what to search for).
-function toolRequest(context, kind, parameters, content, { text } = {}) {
-  const name = toolFor(kind, context.enabledTools) ?? TOOL_KINDS[kind].generic;
-  const args = text === undefined ? parameters : textArguments(context.toolDefinitions, name, text, parameters);
-  return { content, type: 'tool_request', toolCalls: [{ id: context.newId(), name, parameters: args }] };
+function toolRequest(context, name, parameters, content) {
+  return { content, type: 'tool_request', toolCalls: [{ id: context.newId(), name, parameters }] };
 }
+
+/** An answer that names a tool the session does not have, with no call for it. */
+const notEnabled = (kind, before = []) => ({ content: [...before, ...(before.length ? [''] : []), MISSING_TOOL[kind]].join('\n'), type: 'help' });
 
 function searchRequest(rest, context) {
   let query = rest.replace(/[?.!\s]+$/, '').replace(/\s+please$/i, '').trim();
   if (VAGUE_QUERY.test(query)) query = entitiesOf(context.segments)[0]?.name ?? query;
-  return toolRequest(context, 'search', { query }, `I can search the web for **${query}**. Approve the search and I will summarize what it finds.`, { text: query });
+  const name = toolFor('search', context.enabledTools);
+  if (!name) return notEnabled('search');
+  return toolRequest(
+    context,
+    name,
+    textArguments(context.toolDefinitions, name, query, { query }),
+    `I can search the web for **${query}**. Approve the search and I will go through what it finds.`,
+  );
 }
+
+const EMAIL_ADDRESS = /[\w.+-]+@[\w-]+(?:\.[\w-]+)+/;
 
 function emailRequest(rest, context) {
   let remainder = rest.trim().replace(/[?.!\s]+$/, '');
   let to;
-  const address = /[\w.+-]+@[\w-]+(?:\.[\w-]+)+/.exec(remainder);
+  const address = EMAIL_ADDRESS.exec(remainder);
   if (address) {
     to = address[0];
     remainder = remainder.replace(/\b(?:to\s+)?[\w.+-]+@[\w-]+(?:\.[\w-]+)+/, '').trim();
@@ -246,15 +274,28 @@ function emailRequest(rest, context) {
       ? `Follow-up: ${listing(summary.topics.slice(0, 2).map((t) => t.topic))}`
       : 'Follow-up on our call';
   const body = emailBody(to, summary);
-  const parameters = { ...(to && { to }), subject, body };
-  const lines = [
-    `Here is a draft email${to ? ` to **${to}**` : ''}. Approve it to send, or edit it first.`,
-    '',
-    `**Subject:** ${subject}`,
-    '',
-    body,
-  ];
-  return toolRequest(context, 'email', parameters, lines.join('\n'));
+  const draft = (intro) => [intro, '', `**Subject:** ${subject}`, '', body];
+
+  const name = toolFor('email', context.enabledTools);
+  if (!name) return notEnabled('email', draft(`Here is a draft email${to ? ` to **${to}**` : ''} you can copy.`));
+  // A mail tool sends to an address; a name from the call is not one.
+  if (!to || !EMAIL_ADDRESS.test(to)) {
+    const who = to ? `${to}'s e-mail address` : 'who it should go to';
+    return {
+      content: [
+        ...draft(`Here is a draft email${to ? ` for **${to}**` : ''}.`),
+        '',
+        `I do not know ${who}. Tell me the address (for example "email ${to ? to.split(' ')[0].toLowerCase() : 'name'}@example.com about ${lowerFirst(subject)}") and I will ask to send it.`,
+      ].join('\n'),
+      type: 'answer',
+    };
+  }
+  return toolRequest(
+    context,
+    name,
+    argumentsFor(context.toolDefinitions, name, { to, subject, body }),
+    draft(`Here is a draft email to **${to}**. Approve it to send it.`).join('\n'),
+  );
 }
 
 function emailBody(to, summary) {
@@ -268,15 +309,37 @@ function emailBody(to, summary) {
   return lines.join('\n');
 }
 
+// The kinds of template the client's templates tool has, by the words that ask for them.
+const TEMPLATE_TYPES = [
+  ['thank_you', /thank/i],
+  ['meeting', /meeting|schedul|book/i],
+  ['proposal', /proposal|quote|pricing|offer/i],
+  ['introduction', /intro|cold|outreach/i],
+  ['follow_up', /./],
+];
+
+function templateRequest(text, context) {
+  const name = context.enabledTools.includes('resend_email_templates') ? 'resend_email_templates' : undefined;
+  if (!name) return { content: 'E-mail templates are not enabled. Turn on Resend under Integrations and I can fetch them for you.', type: 'help' };
+  const [type] = TEMPLATE_TYPES.find(([, words]) => words.test(text));
+  return toolRequest(
+    context,
+    name,
+    argumentsFor(context.toolDefinitions, name, { template_type: type }),
+    `I can fetch the **${type.replace('_', '-')}** e-mail template. Approve it and I will show it to you.`,
+  );
+}
+
 function notionRequest(text, context) {
   const summary = context.segments.length > 0 ? context.summary() : undefined;
   const titled = /\b(?:titled|called|named|as)\s+["“]?([^"”]+?)["”]?\s*$/i.exec(text)?.[1];
   const title = titled ? capitalize(titled) : notesTitle(summary);
-  const content = notesContent(summary);
+  const name = toolFor('notion', context.enabledTools);
+  if (!name) return notEnabled('notion');
   return toolRequest(
     context,
-    'notion',
-    { title, content },
+    name,
+    argumentsFor(context.toolDefinitions, name, { title, content: notesContent(summary) }),
     `I can save the call notes to Notion as **${title}**. Approve it to create the page.`,
   );
 }
@@ -293,85 +356,11 @@ function notesContent(summary) {
   return lines.join('\n');
 }
 
-// Keys whose values are what a tool found, and keys that point at where it found it.
-const TEXT_KEYS = /^(?:title|snippet|content|description|text|summary|result|results|output|body|answer|message|data|response|excerpt)$/i;
-const URL_KEYS = /^(?:url|link|href|source|sourceUrl|source_url)$/i;
-const NAME_KEYS = ['name', 'tool', 'toolName', 'tool_name', 'function'];
-const URL = /\bhttps?:\/\/[^\s<>"')\]]+/g;
-const MAX_RESULT_SENTENCES = 4;
-const MAX_SOURCES = 5;
-
-/** Collects a tool result's texts, links and errors, whatever shape it comes in. */
-function collect(value, into, key = '', depth = 0) {
-  if (depth > 8 || value === null || value === undefined) return;
-  if (typeof value === 'string') {
-    if (URL_KEYS.test(key)) into.urls.push(...(value.match(URL) ?? []));
-    else if (/error/i.test(key)) into.errors.push(value);
-    else if (!key || TEXT_KEYS.test(key) || /^\d+$/.test(key)) {
-      // A string holding JSON is a result serialized once more.
-      const parsed = parseJson(value);
-      if (parsed !== undefined && typeof parsed === 'object') collect(parsed, into, '', depth + 1);
-      else into.texts.push(value);
-    }
-    return;
-  }
-  if (Array.isArray(value)) {
-    value.forEach((item, i) => collect(item, into, String(i), depth + 1));
-    return;
-  }
-  if (typeof value === 'object') {
-    for (const nameKey of NAME_KEYS) {
-      const name = value[nameKey];
-      if (typeof name === 'string' && name && !into.tools.includes(name)) into.tools.push(name);
-    }
-    for (const [k, v] of Object.entries(value)) if (!NAME_KEYS.includes(k)) collect(v, into, k, depth + 1);
-  }
-}
-
-function parseJson(text) {
-  const trimmed = text.trim();
-  if (!/^[[{]/.test(trimmed)) return undefined;
-  try {
-    return JSON.parse(trimmed);
-  } catch {
-    return undefined;
-  }
-}
-
-/** The answer to tools' output: the sentences of it that weigh most, and where they came from. */
-function fromToolResults(rest) {
-  const found = { texts: [], urls: [], errors: [], tools: [] };
-  const json = parseJson(rest);
-  if (json !== undefined) collect(json, found);
-  else {
-    // Plain text: "web_search: …" lines name the tool that produced what follows.
-    for (const match of rest.matchAll(/^\s*(?:[-*]\s*)?(?:tool\s*[:=]\s*)?([A-Za-z][\w.-]*_[\w.-]+)\s*[:—-]/gim)) {
-      if (!found.tools.includes(match[1])) found.tools.push(match[1]);
-    }
-    found.texts.push(rest);
-  }
-  for (const text of found.texts) found.urls.push(...(text.match(URL) ?? []));
-  const urls = [...new Set(found.urls.map((u) => u.replace(/[.,;:]+$/, '')))].slice(0, MAX_SOURCES);
-
-  const prose = found.texts.map((t) => t.replace(URL, ' ').replace(/^\s*(?:[-*]\s*)?[A-Za-z][\w.-]*_[\w.-]+\s*[:—-]\s*/gm, '')).join('\n');
-  const segments = prose
-    .split(/\n+/)
-    .map((line) => line.trim())
-    .filter(Boolean)
-    .map((line) => ({ text: /[.!?]$/.test(line) ? line : `${line}.` }));
-  const best = bestSentences(analyze(segments), MAX_RESULT_SENTENCES, { minWords: 4 });
-
-  const lines = [];
-  for (const error of found.errors.slice(0, 3)) lines.push(`The tool reported an error: ${error.trim()}`);
-  if (best.length > 0) {
-    lines.push(`${lines.length ? '\n' : ''}**What the ${found.tools.length ? listing(found.tools.map((t) => `\`${t}\``)) : 'tool'} results say**`, '');
-    lines.push(...best.map((s) => `- ${cleanSentence(s.text)}`));
-  } else if (found.errors.length === 0) {
-    lines.push('The tools ran but returned nothing I can summarize.');
-  }
-  if (urls.length > 0) lines.push('', `**Sources:** ${urls.map((u, i) => `[${i + 1}](${u})`).join(' ')}`);
-  else if (found.tools.length > 0 && best.length > 0) lines.push('', `**Source:** ${listing(found.tools.map((t) => `\`${t}\``))}`);
-  return { content: lines.join('\n'), type: 'tool_result' };
+/** A tool of a remote server that the user named: asked to do what the rest of the message says. */
+function remoteRequest(text, { name, mention, definition }, context) {
+  const request = requestFor(text, mention);
+  const shown = definition?.displayName ? `**${definition.displayName}** (\`${name}\`)` : `\`${name}\``;
+  return toolRequest(context, name, remoteArguments(definition, request), `I can ask ${shown}: “${request}”. Approve it and I will go through what it returns.`);
 }
 
 // Capitalized words that are not names to look up: sentence openers, titles, acronyms everyone
@@ -426,7 +415,7 @@ export function entitiesOf(segments) {
 }
 
 /**
- * @typedef {{name: string, reason: string, confidence: number, parameters: Record<string, string>}} Suggestion
+ * @typedef {{name: string, reason: string, confidence: number, parameters: Record<string, unknown>}} Suggestion
  */
 
 const PRICE_WORDS = /\b(?:price|pricing|cost|costs|budget|quote|discount|expensive|cheaper)\b/i;
@@ -443,7 +432,7 @@ const round2 = (value) => Math.round(value * 100) / 100;
 
 /**
  * Agent mode: tools worth running for what was said since the last look. Only tools the session
- * has enabled are suggested (generic names when it has none enabled).
+ * declared and enabled are suggested, with the argument names of their schemas.
  * @param {{text: string, speaker?: string}[]} fresh what was said since the last suggestions
  * @param {{text: string, speaker?: string}[]} all the whole transcript, for how often things came up
  * @param {Pick<CallContext, 'enabledTools' | 'toolDefinitions' | 'summary'>} context
@@ -485,11 +474,11 @@ export function suggest(fresh, all, context) {
         name: email,
         reason: `A follow-up email was promised: ${quote(sentence)}`,
         confidence: item.assignee ? 0.75 : 0.6,
-        parameters: {
+        parameters: argumentsFor(context.toolDefinitions, email, {
           ...(recipient && { to: recipient }),
           subject,
           body: [`Hi ${recipient ? recipient.split(' ')[0] : 'there'},`, '', `As promised, here is ${what ? lowerFirst(what) : 'the follow-up from our call'}.`, '', 'Best regards'].join('\n'),
-        },
+        }),
       });
       break;
     }
@@ -504,7 +493,7 @@ export function suggest(fresh, all, context) {
         name: notion,
         reason: `Notes were mentioned: ${quote(splitSentences(segment.text).find((s) => NOTES_WORDS.test(s)) ?? segment.text)}`,
         confidence: /notion/i.test(segment.text) ? 0.8 : 0.55,
-        parameters: { title: notesTitle(summary), content: notesContent(summary) },
+        parameters: argumentsFor(context.toolDefinitions, notion, { title: notesTitle(summary), content: notesContent(summary) }),
       });
     }
   }

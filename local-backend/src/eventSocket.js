@@ -198,8 +198,17 @@ export function attachEventSocket(httpServer, { auth, liveCalls, log }) {
       timestamp: message.timestamp,
       isFromUser: fromUser,
       ...(!fromUser && { processingTime: message.metadata?.processing_time ?? 0, type: message.metadata?.type ?? 'answer' }),
-      ...(toolCalls.length > 0 && { toolCalls, requiresApproval: true }),
+      ...(toolCalls.length > 0 && { toolCalls, requiresApproval: true, isPendingToolApproval: true }),
     };
+  };
+
+  // The tool calls of the assistant's latest request, which a results message answers.
+  const lastAskedCalls = (messages) => {
+    const asking = messages.findLast((m) => m.role === 'assistant' && m.tool_calls?.length > 0);
+    return (asking?.tool_calls ?? []).map((call) => ({
+      name: call.function?.name ?? call.name,
+      parameters: parseArguments(call.function?.arguments ?? call.parameters),
+    }));
   };
 
   const HANDLERS = {
@@ -326,6 +335,7 @@ export function attachEventSocket(httpServer, { auth, liveCalls, log }) {
         segments: call.summarySegments(),
         summary: () => call.summary(),
         ...session.assistantTools(),
+        askedCalls: lastAskedCalls(call.messages),
         newId: () => newId('call'),
       });
       const processingTime = Math.round(Number(process.hrtime.bigint() - started) / 1e6) / 1000;

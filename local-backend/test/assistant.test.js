@@ -2,14 +2,23 @@
 import assert from 'node:assert/strict';
 import { test } from 'node:test';
 import { entitiesOf, reply, suggest, suggestionKey, textArguments, toolFor } from '../src/assistant.js';
+import { blockTexts } from '../src/assistantTools.js';
 import { summarize } from '../src/summarizer/index.js';
+import { BRAVE_WEB_SEARCH, NOTION_CREATE_PAGE, RESEND_SEND_EMAIL } from './fixtures/clientTools.js';
 
-test('a tool kind maps to the best fitting enabled tool, the generic name without any, none when none fits', () => {
+test('a tool kind maps to the enabled built-in tool, else the best fitting enabled tool, none when none fits', () => {
   for (const [kind, enabled, expected] of [
-    ['search', [], 'web_search'],
-    ['email', [], 'send_email'],
-    ['notion', [], 'notion_create_page'],
-    ['search', ['notion_search', 'brave_web_search'], 'notion_search'],
+    ['search', [], null],
+    ['email', [], null],
+    ['notion', [], null],
+    ['search', ['notion_search', 'brave_web_search'], 'brave_web_search'],
+    ['search', ['firecrawl_scrape', 'firecrawl_search', 'brave_web_search'], 'brave_web_search'],
+    ['search', ['firecrawl_scrape', 'firecrawl_map', 'firecrawl_search'], 'firecrawl_search'],
+    ['search', ['notion_search', 'brave_local_search', 'firecrawl_scrape'], null],
+    ['email', ['resend_email_templates', 'resend_send_email'], 'resend_send_email'],
+    ['email', ['resend_email_templates'], null],
+    ['notion', ['notion_search', 'notion_get_page', 'notion_create_page'], 'notion_create_page'],
+    ['notion', ['notion_search', 'notion_update_page'], null],
     ['search', ['tavily_extract', 'tavily_search'], 'tavily_search'],
     ['search', ['perplexity'], 'perplexity'],
     ['email', ['gmail_read_inbox', 'gmail_send_message'], 'gmail_send_message'],
@@ -41,25 +50,31 @@ test('agent mode suggests a search, an email and notes from what was just said',
     { speaker: 'Jordan Blake', text: "Understood. I'll email you the pricing sheet today." },
     { speaker: 'Sofia Martinez', text: "Good. I'll write that down in my notes." },
   ];
-  const context = (enabledTools) => ({ enabledTools, summary: () => summarize(all) });
+  const builtIn = [BRAVE_WEB_SEARCH, RESEND_SEND_EMAIL, NOTION_CREATE_PAGE];
+  const context = (enabledTools, toolDefinitions = builtIn) => ({ enabledTools, toolDefinitions, summary: () => summarize(all) });
+  const enabled = builtIn.map((d) => d.name);
 
-  const generic = suggest(all, all, context([]));
-  assert.deepEqual(generic.map((s) => s.name), ['web_search', 'send_email', 'notion_create_page']);
-  const [search, email, notes] = generic;
-  assert.equal(search.parameters.query, 'Cobalt Routing reviews and alternatives');
+  const made = suggest(all, all, context(enabled));
+  assert.deepEqual(made.map((s) => s.name), ['brave_web_search', 'resend_send_email', 'notion_create_page']);
+  const [search, email, notes] = made;
+  assert.deepEqual(search.parameters, { query: 'Cobalt Routing reviews and alternatives' });
   assert.deepEqual(email.parameters, {
     to: 'Sofia Martinez',
     subject: 'The pricing sheet',
-    body: 'Hi Sofia,\n\nAs promised, here is the pricing sheet.\n\nBest regards',
+    text: 'Hi Sofia,\n\nAs promised, here is the pricing sheet.\n\nBest regards',
   });
-  assert.match(notes.parameters.content, /^## Overview/);
-  for (const s of generic) assert.ok(s.confidence > 0 && s.confidence <= 1 && s.reason.length > 0);
+  assert.deepEqual(Object.keys(notes.parameters), ['title', 'content_blocks']);
+  assert.deepEqual(blockTexts(notes.parameters.content_blocks).slice(0, 1), ['Overview']);
+  for (const s of made) assert.ok(s.confidence > 0 && s.confidence <= 1 && s.reason.length > 0);
 
-  // Only enabled tools; nothing for a kind with no enabled tool.
+  // Only enabled tools; nothing for a kind with no enabled tool, nothing at all without tools.
   assert.deepEqual(suggest(all, all, context(['duckduckgo_search'])).map((s) => s.name), ['duckduckgo_search']);
+  assert.deepEqual(suggest(all, all, context([])), []);
+  // A tool named without its schema gets the assistant's own argument names.
+  assert.deepEqual(Object.keys(suggest(all.slice(1, 2), all, context(['gmail_send'], []))[0].parameters), ['to', 'subject', 'body']);
   // Only what is new: an older mention is not suggested again.
-  assert.deepEqual(suggest(all.slice(1, 2), all, context([])).map((s) => s.name), ['send_email']);
-  assert.deepEqual(suggest([{ text: 'Okay, sounds good.' }], all, context([])), []);
+  assert.deepEqual(suggest(all.slice(1, 2), all, context(enabled)).map((s) => s.name), ['resend_send_email']);
+  assert.deepEqual(suggest([{ text: 'Okay, sounds good.' }], all, context(enabled)), []);
 });
 
 test('a search carries the user\'s text in the first required string parameter of a defined tool, else in "query"', () => {
@@ -78,7 +93,6 @@ test('a search carries the user\'s text in the first required string parameter o
     [['open_search'], { query: 'Cobalt Routing pricing' }],
     [['bare_search'], { query: 'Cobalt Routing pricing' }],
     [['other_search'], { query: 'Cobalt Routing pricing' }],
-    [[], { query: 'Cobalt Routing pricing' }],
   ]) {
     assert.deepEqual(ask(enabled).parameters, expected, enabled.join());
   }

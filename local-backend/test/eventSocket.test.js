@@ -5,6 +5,8 @@ import { setTimeout as sleep } from 'node:timers/promises';
 import { io } from 'socket.io-client';
 import { EventClient, backendForFile, listCalls, say, startBackend, startSession } from './helpers/backend.js';
 import { SALES_CALL } from './fixtures/salesCall.js';
+import { BRAVE_WEB_SEARCH, NOTION_CREATE_PAGE } from './fixtures/clientTools.js';
+import { blockTexts } from '../src/assistantTools.js';
 
 const backend = backendForFile();
 const ISO = /^\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\.\d{3}Z$/;
@@ -252,7 +254,8 @@ test('agent mode suggests the enabled tools for what is said, and stops when swi
 
 test('chat answers from the call, asks approval for tools, reads tool results, and keeps its history', async () => {
   const token = await newUser();
-  const { client } = await startSession(backend(), token, { localTools: { localTools: ['tavily_search', 'notion_create_page'], enabledTools: ['tavily_search', 'notion_create_page'] } });
+  const tools = ['tavily_search', 'notion_create_page', 'resend_send_email'];
+  const { client } = await startSession(backend(), token, { localTools: { localTools: tools, enabledTools: tools } });
   for (const [speaker, text] of SALES_CALL) await say(client, speaker, text);
   client.drain('accumulated_summary');
 
@@ -266,9 +269,13 @@ test('chat answers from the call, asks approval for tools, reads tool results, a
     ['How is the call going, what is the sentiment?', { type: 'answer', content: /\*\*positive\*\*/ }],
     ['Search for Cobalt Routing pricing', { type: 'tool_request', toolCalls: [tool('tavily_search', { query: 'Cobalt Routing pricing' })] }],
     ['Please look them up', { type: 'tool_request', toolCalls: [tool('tavily_search', { query: 'Manhattan WMS' })] }],
-    ['Email Sofia a recap about the pilot', { type: 'tool_request', toolCalls: [tool('send_email', { to: 'Sofia Martinez', subject: 'The pilot', body: /^Hi Sofia,\n\nThank you for your time today\.[\s\S]*Next steps:\n- Send the completed security questionnaire/ })] }],
-    ['Send an email to ken@brightline.example about the security questionnaire', { type: 'tool_request', toolCalls: [tool('send_email', { to: 'ken@brightline.example', subject: 'The security questionnaire', body: /^Hi,/ })] }],
-    ['Save the notes to Notion', { type: 'tool_request', toolCalls: [tool('notion_create_page', { title: /^Call notes: /, content: /^## Overview[\s\S]*## Action items/ })] }],
+    // A mail tool needs an address; a name from the call gets the draft and a question.
+    ['Email Sofia a recap about the pilot', { type: 'answer', content: /^Here is a draft email for \*\*Sofia Martinez\*\*[\s\S]*Hi Sofia,\n\nThank you for your time today\.[\s\S]*Next steps:\n- Send the completed security questionnaire[\s\S]*I do not know Sofia Martinez's e-mail address/ }],
+    ['Send an email to ken@brightline.example about the security questionnaire', { type: 'tool_request', toolCalls: [tool('resend_send_email', { to: 'ken@brightline.example', subject: 'The security questionnaire', text: /^Hi,/ })] }],
+    [
+      'Save the notes to Notion',
+      { type: 'tool_request', toolCalls: [tool('notion_create_page', { title: /^Call notes: /, content_blocks: (blocks) => /^Overview\n[\s\S]*\nAction items\n/.test(blockTexts(blocks).join('\n')) })] },
+    ],
     [
       'Here are the tool execution results: [{"name":"tavily_search","result":{"results":[{"title":"Cobalt Routing pricing","url":"https://example.com/cobalt","content":"Cobalt Routing charges 400 dollars per truck per year. Enterprise plans include a warehouse connector."}]}}]',
       { type: 'tool_result', content: /\*\*What the `tavily_search` results say\*\*[\s\S]*400 dollars per truck[\s\S]*\*\*Sources:\*\* \[1\]\(https:\/\/example\.com\/cobalt\)/ },
@@ -292,6 +299,7 @@ test('chat answers from the call, asks approval for tools, reads tool results, a
       continue;
     }
     assert.equal(response.requiresApproval, true, message);
+    assert.equal(response.isPendingToolApproval, true, message);
     assert.equal(response.toolCalls.length, 1);
     const [call] = response.toolCalls;
     assert.equal(call.name, expected.toolCalls[0].name, message);
@@ -300,6 +308,7 @@ test('chat answers from the call, asks approval for tools, reads tool results, a
     assert.deepEqual(Object.keys(call.parameters).sort(), Object.keys(expected.toolCalls[0].parameters).sort(), message);
     for (const [key, value] of Object.entries(expected.toolCalls[0].parameters)) {
       if (value instanceof RegExp) assert.match(call.parameters[key], value, `${message}: ${key}`);
+      else if (typeof value === 'function') assert.ok(value(call.parameters[key]), `${message}: ${key}`);
       else assert.equal(call.parameters[key], value, `${message}: ${key}`);
     }
   }
@@ -325,6 +334,42 @@ test('chat answers from the call, asks approval for tools, reads tool results, a
   assert.deepEqual(await client.request('getChatHistory', {}, 'chatHistory'), { messages: [], total: 0 });
   [listed] = await listCalls(backend(), token);
   assert.deepEqual([listed.message_count, listed.messages], [0, []]);
+  client.close();
+});
+
+test('chat asks only for the tools the client declared and enabled, and reads their results back', async () => {
+  const token = await newUser();
+  const asked = async (client, message) => {
+    client.emit('chatMessage', { message, type: 'user', timestamp: new Date().toISOString() });
+    return client.next('chatResponse');
+  };
+
+  for (const [name, localTools] of [
+    ['no tool document', undefined],
+    ['declared, none enabled', { executionMode: 'local', localTools: [BRAVE_WEB_SEARCH, NOTION_CREATE_PAGE], enabledTools: [] }],
+  ]) {
+    const { client } = await startSession(backend(), token, { localTools });
+    for (const [message, content] of [
+      ['Search the web for Acme pricing', /^Web search is not enabled\./],
+      ['Save the notes to Notion', /^Notion is not enabled\./],
+    ]) {
+      const response = await asked(client, message);
+      assert.equal(response.success, true, name);
+      assert.match(response.content, content, name);
+      for (const key of ['toolCalls', 'requiresApproval', 'isPendingToolApproval']) assert.ok(!(key in response), `${name}: ${key}`);
+    }
+    client.close();
+  }
+
+  // As the desktop client does it: Brave Search on, a search asked, approved, run and answered.
+  const document = { executionMode: 'local', localTools: [BRAVE_WEB_SEARCH, NOTION_CREATE_PAGE], enabledTools: ['brave_web_search'] };
+  const { client } = await startSession(backend(), token, { localTools: document });
+  const request = await asked(client, 'Search the web for Acme pricing');
+  assert.deepEqual(request.toolCalls.map((c) => [c.name, c.parameters]), [['brave_web_search', { query: 'Acme pricing' }]]);
+  assert.equal(request.isPendingToolApproval, true);
+  const answer = await asked(client, 'Here are the tool execution results:\n\nTool Error:\nTool execution failed: Brave API error 429\n\nPlease provide a comprehensive response based on these results.');
+  assert.deepEqual([answer.type, answer.toolCalls], ['tool_result', undefined]);
+  assert.match(answer.content, /^The search failed: Tool execution failed: Brave API error 429/);
   client.close();
 });
 
