@@ -187,7 +187,7 @@ Rectangle {
             // New messages stay in sight unless the user scrolled back to read.
             property bool following: true
             onMovementEnded: following = atYEnd
-            onCountChanged: if (following) Qt.callLater(positionViewAtEnd)
+            onContentHeightChanged: if (following) Qt.callLater(positionViewAtEnd)
             ScrollBar.vertical: ScrollBar {}
 
             delegate: ChatBubble {
@@ -218,23 +218,25 @@ Rectangle {
             Accessible.name: text
         }
 
-        Flow {
+        // One row of one-click questions, scrolled sideways when it is wider.
+        ListView {
             objectName: "suggestedQuestions"
             visible: root.active && !root.prompting
             Layout.fillWidth: true
+            implicitHeight: 34
+            orientation: ListView.Horizontal
             spacing: Theme.spacing / 2
-            Repeater {
-                model: root.model ? root.model.suggestedQuestions : []
-                delegate: QmButton {
-                    required property string modelData
-                    required property int index
-                    objectName: "suggestedQuestion_" + index
-                    text: modelData
-                    font.pixelSize: Theme.fontSmall
-                    padding: 6
-                    enabled: root.model && !root.model.isLoading
-                    onClicked: root.send(modelData)
-                }
+            clip: true
+            model: root.model ? root.model.suggestedQuestions : []
+            delegate: QmButton {
+                required property string modelData
+                required property int index
+                objectName: "suggestedQuestion_" + index
+                text: modelData
+                font.pixelSize: Theme.fontSmall
+                padding: 6
+                enabled: root.model && !root.model.isLoading
+                onClicked: root.send(modelData)
             }
         }
 

@@ -35,6 +35,7 @@ Rectangle {
             Label {
                 Layout.fillWidth: true
                 text: root.transcript ? root.transcript.panelTitle : "Live Transcription"
+                elide: Text.ElideRight
                 font.pixelSize: Theme.fontTitle
                 font.weight: Font.DemiBold
                 color: Theme.text

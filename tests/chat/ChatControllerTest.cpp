@@ -171,7 +171,8 @@ private Q_SLOTS:
     {
         Fixture f(m_home->path());
         ChatMessageListModel& rows = *f.chat.messages();
-        QAbstractItemModelTester tester(&rows, QAbstractItemModelTester::FailureReportingMode::QtTest);
+        QAbstractItemModelTester tester(&rows,
+                                        QAbstractItemModelTester::FailureReportingMode::QtTest);
         ChatViewModel& model = *f.chat.chatModel();
         model.handleChatResponse(parse(R"({"success": true, "content": "hello"})"));
         QCOMPARE(rows.rowCount(), 1);
