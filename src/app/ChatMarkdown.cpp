@@ -7,6 +7,7 @@
 #include <QTextFragment>
 #include <QTextImageFormat>
 
+#include <algorithm>
 #include <utility>
 
 using namespace Qt::StringLiterals;
@@ -33,11 +34,12 @@ QString ChatMarkdown::toHtml(const QString& markdown)
             }
         }
     }
-    for (auto it = images.crbegin(); it != images.crend(); ++it) {
+    std::reverse(images.begin(), images.end());
+    for (const auto& [position, name] : images) {
         QTextCursor cursor(&document);
-        cursor.setPosition(it->first);
-        cursor.setPosition(it->first + 1, QTextCursor::KeepAnchor);
-        cursor.insertText(u"[image: "_s + it->second + u']', QTextCharFormat());
+        cursor.setPosition(position);
+        cursor.setPosition(position + 1, QTextCursor::KeepAnchor);
+        cursor.insertText(u"[image: "_s + name + u']', QTextCharFormat());
     }
     return document.toHtml();
 }

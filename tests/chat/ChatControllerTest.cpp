@@ -36,7 +36,7 @@ struct Fixture
         : settings(directory + u"/settings.json"_s), configuration(settings, keychain, tools),
           call(capture, settings, CallController::Options{}),
           chat(tools, call, configuration,
-               [](std::chrono::milliseconds, QObject*, std::function<void()>) {})
+               [](std::chrono::milliseconds, QObject*, const std::function<void()>&) {})
     {
         tools.registerTool(search);
     }
