@@ -581,6 +581,13 @@ void CallController::setAgentMode(bool enabled, int suggestionIntervalMs)
     Q_EMIT callModelChanged();
 }
 
+void CallController::noteChatActivity()
+{
+    m_callModel.hasActiveChat = true;
+    m_callModel.lastChatActivity = QDateTime::currentDateTimeUtc();
+    Q_EMIT callModelChanged();
+}
+
 QString CallController::endCallConfirmationText()
 {
     return u"This will close the AI assistant session. Do you want to pause instead? Warning: "

@@ -129,6 +129,8 @@ public:
     // sendAgentSettings().
     Q_INVOKABLE void sendAgentSettings();
     void setAgentMode(bool enabled, int suggestionIntervalMs);
+    // The user wrote to the assistant: the call has an open chat exchange.
+    void noteChatActivity();
 
     // The per-chunk hand-off: recognized text goes to the transcript and, while
     // the session is connected, to the backend.

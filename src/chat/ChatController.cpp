@@ -17,6 +17,12 @@ ChatController::ChatController(LocalToolManager& tools, CallController& call,
       m_configuration(&configuration)
 {
     connect(&call, &CallController::isLiveChanged, this, &ChatController::isActiveChanged);
+    // The conversation belongs to the call it was held in.
+    connect(&call, &CallController::callEnded, &m_chat, &ChatViewModel::clear);
+    connect(&m_chat, &ChatViewModel::messageInserted, this, [this](int row) {
+        if (m_call && m_chat.messages().at(row).isFromUser)
+            m_call->noteChatActivity();
+    });
     connect(&call, &CallController::callModelChanged, this, &ChatController::agentModeChanged);
     connect(&m_chat, &ChatViewModel::pendingToolApprovalsChanged, this,
             &ChatController::approvalPromptChanged);

@@ -91,11 +91,6 @@ CallController& Services::callController()
         if (auto* session = qobject_cast<SocketController*>(m_callController->session()))
             m_chatSession = std::make_unique<SocketChatSession>(*session, *chat().chatModel());
     }
-    // The conversation belongs to the call it was held in.
-    connect(m_callController.get(), &CallController::isLiveChanged, this, [this] {
-        if (!m_callController->isLive() && m_chat)
-            m_chat->chatModel()->clear();
-    });
     return *m_callController;
 }
 

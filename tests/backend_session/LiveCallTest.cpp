@@ -280,6 +280,8 @@ private Q_SLOTS:
         QTRY_VERIFY_WITH_TIMEOUT(session->sessionReady(), 15'000);
 
         chat.sendMessage(u"Search the web for Acme pricing"_s);
+        QVERIFY(controller.callModel().hasActiveChat);
+        QVERIFY(controller.callModel().lastChatActivity.isValid());
         QTRY_COMPARE_WITH_TIMEOUT(chat.pendingApprovalCount(), 1, 10'000);
         const ChatMessage asking = chat.pendingToolApprovals().first();
         QCOMPARE(asking.toolCalls->first().name, u"brave_web_search"_s);
@@ -305,7 +307,8 @@ private Q_SLOTS:
                                              }),
                                  10'000);
         controller.endCall();
-        QTRY_VERIFY(chat.messages().isEmpty());
+        QVERIFY(chat.messages().isEmpty());
+        QVERIFY(!controller.callModel().hasActiveChat);
     }
 };
 
