@@ -209,6 +209,8 @@ void HttpCall::send(const std::optional<QString>& token)
     m_request.token.clear();
     if (m_handlers->streamed) {
         connect(m_reply, &QNetworkReply::readyRead, this, &HttpCall::readBody);
+    } else if (m_request.maxBodySize) {
+        connect(m_reply, &QNetworkReply::downloadProgress, this, &HttpCall::checkBodySize);
     }
     connect(m_reply, &QNetworkReply::finished, this, &HttpCall::replyFinished);
 }
@@ -246,6 +248,18 @@ void HttpCall::readBody()
     }
 }
 
+void HttpCall::checkBodySize(qint64 received, qint64 total)
+{
+    // The announced length is refused before any of it is read; a body
+    // without one is cut off once it has grown past the limit.
+    const qint64 limit = *m_request.maxBodySize;
+    if (m_bodyTooLarge || !m_reply || (received <= limit && total <= limit)) {
+        return;
+    }
+    m_bodyTooLarge = true;
+    m_reply->abort(); // finishes the reply, which reports
+}
+
 void HttpCall::replyFinished()
 {
     QNetworkReply* reply = m_reply;
@@ -260,7 +274,12 @@ void HttpCall::replyFinished()
         }
     }
     HttpResponse response = responseOf(*reply);
-    if (!m_streaming && reply->isOpen()) {
+    if (m_bodyTooLarge) {
+        response.failure = HttpFailure::Other;
+        response.bodyTooLarge = true;
+        response.errorString =
+            u"The response is larger than %1 bytes"_s.arg(*m_request.maxBodySize);
+    } else if (!m_streaming && reply->isOpen()) {
         response.body = reply->readAll();
     }
     m_reply = nullptr;

@@ -59,6 +59,10 @@ struct HttpRequest
     // Redirects are followed only when asked, and never with a bearer token to
     // another origin.
     bool followRedirects = false;
+    // A body past this many bytes ends the request: nothing of it is kept,
+    // and the response says so (`bodyTooLarge`). For answers from services
+    // whose size nobody vouches for.
+    std::optional<qint64> maxBodySize;
 
     static HttpRequest get(const QString& path);
     static HttpRequest get(const QUrl& url);
@@ -87,6 +91,11 @@ struct HttpRequest
         timeout = limit;
         return *this;
     }
+    HttpRequest& withMaxBodySize(qint64 bytes)
+    {
+        maxBodySize = bytes;
+        return *this;
+    }
 };
 
 // How a request ended. For a streamed request whose body went to the
@@ -103,6 +112,8 @@ struct HttpResponse
     QNetworkReply::NetworkError networkError = QNetworkReply::NoError;
     QString errorString;
     std::optional<qint64> contentLength;
+    // The body went past the request's `maxBodySize`; `failure` is Other.
+    bool bodyTooLarge = false;
 
     bool answered() const { return failure == HttpFailure::None; }
     bool isSuccess() const { return answered() && status >= 200 && status <= 299; }
@@ -135,6 +146,7 @@ private:
     void send(const std::optional<QString>& token);
     void readHead();
     void readBody();
+    void checkBodySize(qint64 received, qint64 total);
     void replyFinished();
     HttpResponse responseOf(const QNetworkReply& reply) const;
 
@@ -145,6 +157,7 @@ private:
     QObject* m_tokenWatcher = nullptr; // child, while the token is asked for
     bool m_headRead = false;
     bool m_streaming = false;
+    bool m_bodyTooLarge = false;
 };
 
 // Lives on the thread that uses it; every completion and stream handler runs

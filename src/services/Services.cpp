@@ -122,8 +122,10 @@ ChatController& Services::chat()
 
 LocalToolManager& Services::localToolManager()
 {
-    if (!m_localToolManager)
+    if (!m_localToolManager) {
         m_localToolManager = std::make_unique<LocalToolManager>(m_keychain);
+        registerBuiltInTools(*m_localToolManager, m_options.toolServices);
+    }
     return *m_localToolManager;
 }
 

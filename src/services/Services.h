@@ -3,6 +3,8 @@
 // Whatever the next service needs of the others is connected here, once.
 #pragma once
 
+#include "tools/BuiltInTools.h"
+
 #include <QObject>
 #include <QUrl>
 
@@ -48,6 +50,8 @@ public:
         bool callsUseBackend = true;
         // Told about call-history decoding; not owned, outlives the services.
         Analytics* analytics = nullptr;
+        // Where the built-in tools find Brave Search, Firecrawl and Resend.
+        BuiltInToolServices toolServices = BuiltInToolServices::fromEnvironment();
     };
 
     // `settings` and `keychain` outlive the services.

@@ -1,6 +1,8 @@
 #include "CliRunner.h"
 #include "KeyringSession.h"
 #include "TestPaths.h"
+#include "ToolServiceFakes.h"
+#include "WhileServing.h"
 
 #include <QFile>
 #include <QJsonArray>
@@ -227,6 +229,51 @@ private Q_SLOTS:
             const bool namedInList = stored.startsWith('[') && item[u"name"_s] == u"Brave Search"_s;
             QCOMPARE(item[u"enabled"_s].toBool(), namedInList);
         }
+    }
+
+    // A built-in tool run from the command line against a stand-in for its
+    // service: the formatted result on stdout, or the failure's text.
+    void runAgainstTheService_data()
+    {
+        QTest::addColumn<ToolServiceFake::Answer>("answer");
+        QTest::addColumn<int>("exitCode");
+        QTest::addColumn<QString>("out");
+        QTest::addColumn<QString>("errHas");
+        QTest::newRow("results") << ToolServiceFake::Answer::Success << 0
+                                 << u"Title: Coffee - Wikipedia\nDescription: Coffee is a "
+                                    u"beverage brewed from roasted <strong>coffee</strong> "
+                                    u"beans.\nURL: https://en.wikipedia.org/wiki/Coffee\n\n"
+                                    u"Title: Blue Bottle Coffee\nDescription: Roasters since "
+                                    u"2002.\nURL: https://bluebottlecoffee.com/\n"_s
+                                 << QString();
+        QTest::newRow("rejected key") << ToolServiceFake::Answer::Unauthorized << 1 << QString()
+                                      << u"quillmoss: Tool execution failed: Brave API error 401"_s;
+    }
+
+    void runAgainstTheService()
+    {
+        QFETCH(ToolServiceFake::Answer, answer);
+        QFETCH(int, exitCode);
+        QFETCH(QString, out);
+        QFETCH(QString, errHas);
+        QCOMPARE(run({u"integrations"_s, u"set-key"_s, u"Brave Search"_s}, "BSA-cli").exitCode, 0);
+        ToolServiceFake brave(ToolServiceFake::Service::BraveSearch);
+        brave.answerWith(answer);
+        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+        environment.insert(u"QUILLMOSS_BRAVE_BASE_URL"_s, brave.url().toString());
+        const CliRunner::Result result = whileServing([&environment] {
+            return CliRunner::run(
+                {u"tools"_s, u"run"_s, u"brave_web_search"_s, uR"({"query": "coffee"})"_s}, {},
+                environment);
+        });
+        QVERIFY2(result.exitCode == exitCode, qPrintable(result.err));
+        QCOMPARE(result.out, out);
+        if (!errHas.isEmpty())
+            QVERIFY2(result.err.contains(errHas), qPrintable(result.err));
+        QCOMPARE(brave.requests().size(), 1);
+        QCOMPARE(brave.requests().first().headers.value("x-subscription-token"),
+                 QByteArray("BSA-cli"));
+        QVERIFY(!result.err.contains(u"BSA-cli"_s));
     }
 };
 

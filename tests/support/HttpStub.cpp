@@ -45,6 +45,12 @@ void HttpStub::setAnswer(const QByteArray& path, const Answer& answer)
     m_answers.insert(path, answer);
 }
 
+void HttpStub::setAnswerHeaders(const QByteArray& path,
+                                const QList<std::pair<QByteArray, QByteArray>>& headers)
+{
+    m_headers.insert(path, headers);
+}
+
 void HttpStub::read(QTcpSocket* socket)
 {
     QByteArray& received = m_received[socket];
@@ -79,7 +85,13 @@ void HttpStub::read(QTcpSocket* socket)
     received.clear();
     m_requests.append(request);
 
-    const Answer answer = m_answers.value(request.path, Answer{404, "{}", {}, false});
+    QByteArray answered = request.path;
+    if (!m_answers.contains(answered))
+        answered = answered.left(answered.indexOf('?'));
+    const Answer answer = m_answers.value(answered, Answer{404, "{}", {}, false});
+    QByteArray extraHeaders;
+    for (const auto& [name, value] : m_headers.value(answered))
+        extraHeaders += name + ": " + value + "\r\n";
     if (answer.hold) {
         return;
     }
@@ -88,8 +100,8 @@ void HttpStub::read(QTcpSocket* socket)
     } else {
         socket->write("HTTP/1.1 " + QByteArray::number(answer.status) +
                       " Stub\r\nContent-Type: application/json\r\nContent-Length: " +
-                      QByteArray::number(answer.body.size()) + "\r\nConnection: close\r\n\r\n" +
-                      answer.body);
+                      QByteArray::number(answer.body.size()) + "\r\n" + extraHeaders +
+                      "Connection: close\r\n\r\n" + answer.body);
     }
     socket->disconnectFromHost();
 }

@@ -43,7 +43,11 @@ public:
     static QUrl unreachableUrl();
 
     // How requests for `path` are answered from now on; other paths get 404.
+    // A path without a query also answers requests that carry one.
     void setAnswer(const QByteArray& path, const Answer& answer);
+    // Extra header lines of the answers for `path` ("Retry-After", …).
+    void setAnswerHeaders(const QByteArray& path,
+                          const QList<std::pair<QByteArray, QByteArray>>& headers);
     QList<Request> requests() const { return m_requests; }
 
 private:
@@ -51,6 +55,7 @@ private:
 
     QTcpServer m_server;
     QHash<QByteArray, Answer> m_answers;
+    QHash<QByteArray, QList<std::pair<QByteArray, QByteArray>>> m_headers;
     QHash<QTcpSocket*, QByteArray> m_received;
     QList<Request> m_requests;
 };
