@@ -70,16 +70,7 @@ void ChatViewModel::sendMessage(const QString& text)
     append(mine);
     setLoading(true);
     appendPlaceholder(u"Thinking..."_s);
-    // Each message has its own time-out, and all of them watch the one loading
-    // flag: whichever fires while an answer is still awaited ends the wait.
-    const int generation = m_generation;
-    m_schedule(answerTimeout, this, [this, generation] {
-        if (generation != m_generation || !m_isLoading)
-            return;
-        setLoading(false);
-        dropTrailingPlaceholder();
-        setError(u"Message timeout - please try again"_s);
-    });
+    scheduleAnswerTimeout();
     // A refused send (session not ready) is ended by the timeout alone.
     m_session->sendChatMessage(trimmed);
 }
@@ -119,6 +110,20 @@ QString ChatViewModel::toolTitle(const QString& identifier) const
 {
     const std::shared_ptr<LocalTool> tool = m_tools.tool(identifier);
     return tool ? tool->name() : identifier;
+}
+
+void ChatViewModel::scheduleAnswerTimeout()
+{
+    // Each message has its own time-out, and all of them watch the one loading
+    // flag: whichever fires while an answer is still awaited ends the wait.
+    const int generation = m_generation;
+    m_schedule(answerTimeout, this, [this, generation] {
+        if (generation != m_generation || !m_isLoading)
+            return;
+        setLoading(false);
+        dropTrailingPlaceholder();
+        setError(u"Message timeout - please try again"_s);
+    });
 }
 
 ChatViewModel::ApprovalState ChatViewModel::approvalState(const QString& messageId) const
@@ -212,6 +217,8 @@ void ChatViewModel::sendToolResults(const QList<ToolResult>& results)
     }
     appendPlaceholder(u"Processing tool results..."_s);
     setLoading(true);
+    // The results are a message like any other: their answer may not come.
+    scheduleAnswerTimeout();
     m_session->sendChatMessage(resultsMessage(results));
 }
 

@@ -109,6 +109,7 @@ private:
     void appendPlaceholder(const QString& text);
     void runCalls(const QString& messageId, QList<ToolCall> calls, QList<ToolResult> results);
     void setApprovalState(const QString& messageId, ApprovalState state);
+    void scheduleAnswerTimeout();
     void resetMessages(QList<ChatMessage> messages);
 
     LocalToolManager& m_tools;

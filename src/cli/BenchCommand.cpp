@@ -1,9 +1,10 @@
-// quillmoss bench: performance figures of the call pipeline, measured with
-// Google Benchmark in this process.
+// quillmoss bench: performance figures of the call pipeline and the chat,
+// measured with Google Benchmark in this process or against the backend.
 #include "audio/AudioConverter.h"
 #include "audio/AudioLevelMeter.h"
 #include "audio/CaptureBuffers.h"
 #include "audio/ChunkMixer.h"
+#include "cli/ChatBench.h"
 #include "cli/Cli.h"
 #include "cli/RecognitionBench.h"
 #include "cli/SessionBench.h"
@@ -26,7 +27,9 @@ namespace {
 
 const auto usage = u"bench capture [--benchmark_filter=REGEX] [--benchmark_* options]\n"
                    u"bench recognition --model PATH --audio FILE [--threads N] [--runs N]\n"
-                   u"bench session [--count N]\n"_s;
+                   u"bench session [--count N]\n"
+                   u"bench chat [--count N]\n"
+                   u"bench chat-model [--benchmark_filter=REGEX] [--benchmark_* options]\n"_s;
 
 // What PulseAudio delivers on a typical desktop, for both streams.
 constexpr double captureRate = 48000.0;
@@ -177,7 +180,6 @@ void appendAtCap(benchmark::State& state, size_t blockSamples)
 
 void registerCaptureBenchmarks()
 {
-    benchmark::ClearRegisteredBenchmarks();
     benchmark::RegisterBenchmark("capture/path/48k_stereo_x2/10ms", capturePath, 480);
     benchmark::RegisterBenchmark("capture/path/48k_stereo_x2/20ms", capturePath, 960);
     benchmark::RegisterBenchmark("capture/convert/48k_stereo/10ms", converter, 48000.0, 2, 480);
@@ -215,6 +217,8 @@ public:
     void Finalize() override
     {
         ConsoleReporter::Finalize();
+        if (m_lines.empty())
+            return; // cases measured by other figures than per sample
         std::ostream& out = GetOutputStream();
         out << "\nCPU per input sample, and share of one core for real-time input:\n";
         for (const Line& line : m_lines) {
@@ -265,9 +269,11 @@ private:
     static inline QLoggingCategory::CategoryFilter s_previous = nullptr;
 };
 
-int runCapture(CliContext& context, const QStringList& options)
+// Runs the cases `registerCases` adds, with Google Benchmark's own options.
+int runGoogleBenchmarks(CliContext& context, const QString& target, const QStringList& options,
+                        void (*registerCases)())
 {
-    std::vector<std::string> arguments{"quillmoss bench capture"};
+    std::vector<std::string> arguments{"quillmoss bench " + target.toStdString()};
     bool consoleFormat = true;
     for (const QString& option : options) {
         arguments.push_back(option.toStdString());
@@ -292,7 +298,8 @@ int runCapture(CliContext& context, const QStringList& options)
     }
 
     const QuietCaptureLog quiet;
-    registerCaptureBenchmarks();
+    benchmark::ClearRegisteredBenchmarks();
+    registerCases();
     context.out.flush();
     SummaryReporter summary;
     const size_t ran = consoleFormat ? benchmark::RunSpecifiedBenchmarks(&summary)
@@ -308,13 +315,19 @@ int run(CliContext& context, const QStringList& arguments)
 {
     const QString target = arguments.value(0);
     if (target == u"capture"_s) {
-        return runCapture(context, arguments.mid(1));
+        return runGoogleBenchmarks(context, target, arguments.mid(1), registerCaptureBenchmarks);
+    }
+    if (target == u"chat-model"_s) {
+        return runGoogleBenchmarks(context, target, arguments.mid(1), registerChatModelBenchmarks);
     }
     if (target == u"recognition"_s) {
         return runRecognitionBench(context, arguments.mid(1));
     }
     if (target == u"session"_s) {
         return runSessionBench(context, arguments.mid(1));
+    }
+    if (target == u"chat"_s) {
+        return runChatBench(context, arguments.mid(1));
     }
     return context.usageError(target.isEmpty() ? u"bench needs a target"_s
                                                : u"unknown bench target \"%1\""_s.arg(target),
@@ -325,5 +338,6 @@ int run(CliContext& context, const QStringList& arguments)
 
 Subcommand benchSubcommand()
 {
-    return {u"bench"_s, u"Measure the performance of the call pipeline."_s, usage, run};
+    return {u"bench"_s, u"Measure the performance of the call pipeline and the chat."_s, usage,
+            run};
 }

@@ -4,6 +4,8 @@
 #include "audio/ReplayCaptureBackend.h"
 #include "call/CallController.h"
 #include "call/TranscriptionViewModel.h"
+#include "chat/ChatController.h"
+#include "cli/CallChat.h"
 #include "cli/Cli.h"
 #include "core/InterruptWatcher.h"
 #include "models/ModelDownloader.h"
@@ -17,9 +19,11 @@
 #include <QJsonObject>
 #include <QRegularExpression>
 #include <QTimer>
+#include <QUrl>
 
 #include <algorithm>
 #include <cmath>
+#include <memory>
 #include <unistd.h>
 
 using namespace Qt::StringLiterals;
@@ -28,11 +32,13 @@ namespace {
 
 const auto usage =
     u"call --live | --audio FILE | --transcript FILE [--pace S] [--no-backend] [--duration S]\n"
-    u"     [--model NAME|PATH] [--agent-mode]\n"_s;
+    u"     [--model NAME|PATH] [--agent-mode] [--ask TEXT]... [--approve all|none]\n"
+    u"     [--export-chat FILE]\n"_s;
 
 // After a transcript's last line or a recording's end: time for the backend's answers.
 constexpr int answerGraceMs = 5000;
-// A transcript replay starts when the session is ready, or after this long without one.
+// A transcript replay (and the questions) start when the session is ready, or
+// after this long without one.
 constexpr int sessionWaitMs = 15000;
 
 // "Name: text" gives the line a speaker; anything else is the user's own speech.
@@ -125,6 +131,8 @@ public:
                 m_controller.sendAgentSettings();
             }
             startReplay();
+            if (m_chat)
+                m_chat->start();
         });
         connect(&session, &SocketController::eventReceived, this,
                 [this](const QString& event, const QJsonArray& items) {
@@ -151,7 +159,25 @@ public:
     void endAfter(std::chrono::milliseconds length)
     {
         QTimer::singleShot(static_cast<int>(length.count()) + answerGraceMs, this,
-                           [this] { finish(ExitDone); });
+                           [this] { sourceDone(); });
+    }
+
+    // Asks `questions` of the assistant once the session is ready, one at a
+    // time; a call that would end keeps going until each is answered. The
+    // conversation goes to `exportFile` (unless empty) as the call ends.
+    void holdChat(ChatController& chat, QStringList questions, CallChat::Approval approval,
+                  QString exportFile)
+    {
+        m_chatController = &chat;
+        m_exportFile = std::move(exportFile);
+        m_chat = std::make_unique<CallChat>(
+            *chat.chatModel(), std::move(questions), approval,
+            [this](const QString& event, const QJsonObject& fields, const QString& text) {
+                emitLine(event, fields, text);
+            });
+        connect(m_chat.get(), &CallChat::finished, this, &HeadlessCall::finishWhenDone);
+        // Without a session the questions time out, rather than wait forever.
+        QTimer::singleShot(sessionWaitMs, this, [this] { m_chat->start(); });
     }
 
 private:
@@ -168,7 +194,7 @@ private:
         if (m_finished)
             return;
         if (m_nextLine >= m_lines.size()) {
-            QTimer::singleShot(answerGraceMs, this, [this] { finish(ExitDone); });
+            QTimer::singleShot(answerGraceMs, this, [this] { sourceDone(); });
             return;
         }
         const auto [speaker, text] = splitSpeaker(m_lines.at(m_nextLine++));
@@ -289,6 +315,19 @@ private:
         }
     }
 
+    // The transcript or the recording has played.
+    void sourceDone()
+    {
+        m_sourceDone = true;
+        finishWhenDone();
+    }
+
+    void finishWhenDone()
+    {
+        if (m_sourceDone && (!m_chat || m_chat->isFinished()))
+            finish(ExitDone);
+    }
+
     void finish(int exitCode)
     {
         if (m_finished) {
@@ -296,6 +335,17 @@ private:
         }
         m_finished = true;
         m_exitCode = exitCode;
+        if (m_chat)
+            m_chat->stop();
+        // Before the call ends: the conversation goes with it.
+        if (m_chatController && !m_exportFile.isEmpty()) {
+            const QString error =
+                m_chatController->exportConversation(QUrl::fromLocalFile(m_exportFile));
+            if (!error.isEmpty()) {
+                m_context.err << u"quillmoss: "_s << error << Qt::endl;
+                m_exitCode = exitCode = ExitFailed;
+            }
+        }
         m_controller.endCall();
         emitLine(u"ended"_s, {}, u"Call ended"_s);
         SocketIoClient* socket = m_session ? m_session->socket() : nullptr;
@@ -315,6 +365,10 @@ private:
     const QString m_source; // what plays instead of the sound server; empty: recording
     QString m_shownSpeech;
     QPointer<SocketController> m_session;
+    QPointer<ChatController> m_chatController;
+    std::unique_ptr<CallChat> m_chat;
+    QString m_exportFile;
+    bool m_sourceDone = false;
     QString m_sessionState = u"idle"_s;
     QString m_serverStatus;
     bool m_agentModeSent = false;
@@ -361,6 +415,11 @@ int run(CliContext& context, const QStringList& arguments)
         {u"duration"_s, u"End the call after S seconds."_s, u"S"_s},
         {u"model"_s, u"Speech model: a catalogue name or a model file."_s, u"NAME|PATH"_s},
         {u"agent-mode"_s, u"Switch agent mode on once the session is ready."_s},
+        {u"ask"_s, u"Ask the assistant TEXT once the session is ready (repeatable)."_s, u"TEXT"_s},
+        {u"approve"_s, u"Tools the assistant asks for: run all, or none (default)."_s,
+         u"all|none"_s, u"none"_s},
+        {u"export-chat"_s, u"Write the conversation as Markdown to FILE as the call ends."_s,
+         u"FILE"_s},
     });
     if (const auto wrong = context.parseOptionsOnly(parser, u"call"_s, arguments, usage))
         return *wrong;
@@ -386,6 +445,21 @@ int run(CliContext& context, const QStringList& arguments)
     if (parser.isSet(u"agent-mode"_s) && !withBackend) {
         return context.usageError(u"--agent-mode needs the backend session"_s, usage);
     }
+    const QStringList questions = parser.values(u"ask"_s);
+    if (!questions.isEmpty() && !withBackend) {
+        return context.usageError(u"--ask needs the backend session: the assistant answers there"_s,
+                                  usage);
+    }
+    if (std::any_of(questions.cbegin(), questions.cend(),
+                    [](const QString& question) { return question.trimmed().isEmpty(); })) {
+        return context.usageError(u"--ask takes a question"_s, usage);
+    }
+    const QString approve = parser.value(u"approve"_s);
+    if (approve != u"all"_s && approve != u"none"_s) {
+        return context.usageError(u"--approve takes all or none"_s, usage);
+    }
+    const bool holdsChat =
+        !questions.isEmpty() || parser.isSet(u"approve"_s) || parser.isSet(u"export-chat"_s);
 
     std::optional<QStringList> lines;
     if (parser.isSet(u"transcript"_s)) {
@@ -432,6 +506,11 @@ int run(CliContext& context, const QStringList& arguments)
                            : lines ? u"replaying "_s + parser.value(u"transcript"_s)
                                    : QString();
     HeadlessCall call(context, controller, duration, source);
+    if (holdsChat) {
+        call.holdChat(services->chat(), questions,
+                      approve == u"all"_s ? CallChat::Approval::All : CallChat::Approval::None,
+                      parser.value(u"export-chat"_s));
+    }
     if (auto* session = dynamic_cast<SocketController*>(controller.session()))
         call.watchSession(*session, parser.isSet(u"agent-mode"_s));
     if (!lines) {

@@ -192,6 +192,14 @@ private Q_SLOTS:
                  u"Please provide a comprehensive response based on these results."_s);
         QVERIFY(model->isLoading());
         QCOMPARE(model->messages().last().content, u"Processing tool results..."_s);
+        // The results stay with the message that asked, for the view and the export.
+        QCOMPARE(model->messages().at(model->messages().size() - 2).toolResults->size(), 3);
+        QVERIFY(model->exportMarkdown().contains(u"*Tool Results:*\n"_s));
+        // Their answer may not come either.
+        QCOMPARE(m_scheduled.size(), 1);
+        m_scheduled.last()();
+        QCOMPARE(model->errorMessage(), u"Message timeout - please try again"_s);
+        QVERIFY(!model->messages().last().isLoading);
     }
 
     void denial()

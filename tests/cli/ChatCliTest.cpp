@@ -1,0 +1,209 @@
+// quillmoss call with questions for the assistant, and bench chat, end to end
+// against the real local backend with a signed-in user and a private keyring.
+#include "CliRunner.h"
+#include "KeyringSession.h"
+#include "LocalBackend.h"
+#include "TestPaths.h"
+
+#include <QFile>
+#include <QTest>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+// Where `wanted` appear in `lines`, each after the one before; false (with
+// what was missing in `missing`) when one does not.
+bool inOrder(const QStringList& lines, const QStringList& wanted, QString* missing)
+{
+    qsizetype from = 0;
+    for (const QString& line : wanted) {
+        const auto found = std::find_if(lines.cbegin() + from, lines.cend(),
+                                        [&](const QString& each) { return each.startsWith(line); });
+        if (found == lines.cend()) {
+            *missing = line;
+            return false;
+        }
+        from = (found - lines.cbegin()) + 1;
+    }
+    return true;
+}
+
+qsizetype countStarting(const QStringList& lines, const QString& start)
+{
+    return std::count_if(lines.cbegin(), lines.cend(),
+                         [&](const QString& line) { return line.startsWith(start); });
+}
+
+} // namespace
+
+class ChatCliTest : public QObject
+{
+    Q_OBJECT
+
+private:
+    std::unique_ptr<KeyringSession> m_keyring;
+    std::unique_ptr<TemporaryHome> m_home;
+    std::unique_ptr<LocalBackend> m_backend;
+    QProcessEnvironment m_environment;
+
+    CliRunner::Result run(const QStringList& arguments, const QByteArray& input = {}) const
+    {
+        return CliRunner::run(arguments, input, m_environment);
+    }
+
+private Q_SLOTS:
+    void initTestCase()
+    {
+        m_keyring = std::make_unique<KeyringSession>();
+        QVERIFY2(m_keyring->isRunning(), qPrintable(m_keyring->error()));
+        m_home = std::make_unique<TemporaryHome>();
+        m_backend = std::make_unique<LocalBackend>();
+        QVERIFY2(m_backend->isRunning(), qPrintable(m_backend->error()));
+        const auto tokens = m_backend->signIn(u"robin@example.com"_s, u"Robin Park"_s);
+        QVERIFY(tokens);
+        m_environment = QProcessEnvironment::systemEnvironment();
+        m_environment.insert(u"QUILLMOSS_BACKEND_URL"_s, m_backend->url().toString());
+        const QList<std::pair<QStringList, QByteArray>> steps = {
+            {{u"keychain"_s, u"set"_s, u"com.quillmoss.accesstoken"_s},
+             tokens->accessToken.toUtf8()},
+            // The assistant asks for the web search only when it is offered.
+            {{u"integrations"_s, u"enable"_s, u"Brave Search"_s}, {}},
+            {{u"integrations"_s, u"set-key"_s, u"Brave Search"_s}, "BSA-test-key"},
+        };
+        for (const auto& [arguments, input] : steps) {
+            const CliRunner::Result result = run(arguments, input);
+            QVERIFY2(result.exitCode == 0, qPrintable(result.err));
+        }
+    }
+
+    void cleanupTestCase()
+    {
+        m_backend.reset();
+        m_home.reset();
+        m_keyring.reset();
+    }
+
+    void call_data()
+    {
+        QTest::addColumn<QStringList>("options"); // after "call --transcript FILE --pace 0.05"
+        QTest::addColumn<int>("exitCode");
+        QTest::addColumn<QStringList>("inOrder"); // line beginnings, in this order
+        QTest::addColumn<QStringList>("absent");  // no line begins so
+        QTest::addColumn<int>("answers");         // "Assistant:" lines; -1: not checked
+        QTest::addColumn<QString>("errHas");
+
+        const QString nextSteps = u"What are the next steps?"_s;
+        const QString summary = u"Summarize the key points from this call"_s;
+        const QString search = u"Search the web for Acme pricing"_s;
+        QTest::newRow("two questions, the second after the first's answer")
+            << QStringList{u"--ask"_s, nextSteps, u"--ask"_s, summary} << 0
+            << QStringList{u"You: "_s + nextSteps, u"Assistant: "_s, u"You: "_s + summary,
+                           u"Assistant: "_s, u"Call ended"_s}
+            << QStringList{u"Tool call:"_s, u"Chat error:"_s} << 2 << QString();
+        QTest::newRow("a tool request denied: nothing runs")
+            << QStringList{u"--ask"_s, search, u"--approve"_s, u"none"_s} << 0
+            << QStringList{u"You: "_s + search,
+                           u"Assistant: I can search the web for **Acme pricing**"_s,
+                           u"Tool call: brave_web_search"_s,
+                           u"  query: Acme pricing"_s,
+                           u"Denied"_s,
+                           u"Call ended"_s}
+            << QStringList{u"Approved"_s, u"Tool result:"_s, u"Tool error:"_s} << 1 << QString();
+        QTest::newRow("denied by default")
+            << QStringList{u"--ask"_s, search} << 0
+            << QStringList{u"Tool call: brave_web_search"_s, u"Denied"_s}
+            << QStringList{u"Approved"_s, u"Tool error:"_s} << 1 << QString();
+        QTest::newRow("a tool request approved: its result and the follow-up")
+            << QStringList{u"--ask"_s, search, u"--approve"_s, u"all"_s, u"--ask"_s, nextSteps} << 0
+            << QStringList{u"You: "_s + search,
+                           u"Assistant: I can search the web for **Acme pricing**"_s,
+                           u"Tool call: brave_web_search"_s,
+                           u"  query: Acme pricing"_s,
+                           u"Approved"_s,
+                           u"Tool error: "_s, // no web search runs here: its failure goes back
+                           u"Assistant: "_s,
+                           u"You: "_s + nextSteps,
+                           u"Assistant: "_s,
+                           u"Call ended"_s}
+            << QStringList{u"Denied"_s, u"Chat error:"_s} << 3 << QString();
+        QTest::newRow("export that cannot be written")
+            << QStringList{u"--ask"_s, nextSteps, u"--export-chat"_s, u"/no/such/dir/chat.md"_s}
+            << 1 << QStringList{u"You: "_s + nextSteps, u"Assistant: "_s, u"Call ended"_s}
+            << QStringList() << 1 << u"quillmoss: Could not write /no/such/dir/chat.md"_s;
+        QTest::newRow("--approve, neither all nor none")
+            << QStringList{u"--approve"_s, u"some"_s} << 2 << QStringList() << QStringList() << -1
+            << u"--approve takes all or none"_s;
+        QTest::newRow("--ask without the backend")
+            << QStringList{u"--ask"_s, nextSteps, u"--no-backend"_s} << 2 << QStringList()
+            << QStringList() << -1 << u"--ask needs the backend session"_s;
+        QTest::newRow("--ask, blank") << QStringList{u"--ask"_s, u"  "_s} << 2 << QStringList()
+                                      << QStringList() << -1 << u"--ask takes a question"_s;
+    }
+
+    void call()
+    {
+        QFETCH(QStringList, options);
+        QFETCH(int, exitCode);
+        QFETCH(QStringList, inOrder);
+        QFETCH(QStringList, absent);
+        QFETCH(int, answers);
+        QFETCH(QString, errHas);
+        const QString transcript = TestPaths::sourceDirectory() + u"/examples/discovery-call.txt"_s;
+        const CliRunner::Result result =
+            run(QStringList{u"call"_s, u"--transcript"_s, transcript, u"--pace"_s, u"0.05"_s} +
+                options);
+        QVERIFY2(result.exitCode == exitCode, qPrintable(result.err + result.out));
+        const QStringList lines = result.out.split(u'\n');
+        QString missing;
+        QVERIFY2(::inOrder(lines, inOrder, &missing),
+                 qPrintable(u"no \""_s + missing + u"\" in:\n"_s + result.out));
+        for (const QString& start : absent)
+            QVERIFY2(countStarting(lines, start) == 0,
+                     qPrintable(start + u" in:\n"_s + result.out));
+        if (answers >= 0)
+            QCOMPARE(countStarting(lines, u"Assistant: "_s), answers);
+        if (!errHas.isEmpty())
+            QVERIFY2(result.err.contains(errHas), qPrintable(result.err));
+    }
+
+    // The conversation as Markdown, written before the call ends clears it.
+    void exportChat()
+    {
+        const QString file = m_home->path() + u"/chat.md"_s;
+        const CliRunner::Result result =
+            run({u"call"_s, u"--transcript"_s,
+                 TestPaths::sourceDirectory() + u"/examples/discovery-call.txt"_s, u"--pace"_s,
+                 u"0.05"_s, u"--ask"_s, u"What are the next steps?"_s, u"--export-chat"_s, file});
+        QVERIFY2(result.exitCode == 0, qPrintable(result.err));
+        const QString markdown = QString::fromUtf8(TestPaths::readFile(file));
+        QVERIFY2(markdown.startsWith(u"# Chat Conversation\n\n**You** ("_s), qPrintable(markdown));
+        QVERIFY2(markdown.contains(u"What are the next steps?\n\n**Assistant** ("_s),
+                 qPrintable(markdown));
+    }
+
+    // A short load test prints its figures (which are not judged here).
+    void benchChat()
+    {
+        const CliRunner::Result result = run({u"bench"_s, u"chat"_s, u"--count"_s, u"5"_s});
+        QVERIFY2(result.exitCode == 0, qPrintable(result.err + result.out));
+        for (const QString& figure :
+             {u"sent 5 chat messages in one call"_s, u"(5 answered, 0 failed"_s,
+              u"round trip to the answer: p50 "_s, u"resident memory: "_s, u"export of the "_s}) {
+            QVERIFY2(result.out.contains(figure), qPrintable(result.out));
+        }
+    }
+
+    void benchChatWithoutSession()
+    {
+        QProcessEnvironment environment = m_environment;
+        environment.insert(u"QUILLMOSS_BACKEND_URL"_s, u"http://127.0.0.1:9"_s);
+        const CliRunner::Result result =
+            CliRunner::run({u"bench"_s, u"chat"_s, u"--count"_s, u"1"_s}, {}, environment);
+        QCOMPARE(result.exitCode, 1);
+        QVERIFY2(result.err.contains(u"no session with the backend"_s), qPrintable(result.err));
+    }
+};
+
+QTEST_GUILESS_MAIN(ChatCliTest)
+#include "ChatCliTest.moc"
