@@ -5,6 +5,7 @@
 #include "LocalBackend.h"
 #include "RecordingSearchTool.h"
 #include "TestPaths.h"
+#include "ToolServiceFakes.h"
 #include "account/AuthenticationService.h"
 #include "audio/ReplayCaptureBackend.h"
 #include "call/CallController.h"
@@ -309,6 +310,54 @@ private Q_SLOTS:
         controller.endCall();
         QVERIFY(chat.messages().isEmpty());
         QVERIFY(!controller.callModel().hasActiveChat);
+    }
+
+    // The built-in web search, end to end: the assistant asks for it, the user
+    // approves, the search service (a local stand-in) is asked with the
+    // user's key, and the answer to the results quotes what it found.
+    void chatRunsTheWebSearchAgainstTheService()
+    {
+        LocalBackend backend;
+        QVERIFY2(backend.isRunning(), qPrintable(backend.error()));
+        const auto tokens = backend.signIn(u"casey@example.com"_s);
+        QVERIFY(tokens);
+        QVERIFY(KeychainManager::shared().storeKey(tokens->accessToken, accessKey));
+        ToolServiceFake brave(ToolServiceFake::Service::BraveSearch);
+
+        SettingsStore settings(m_home->path() + u"/search-settings.json"_s);
+        Services::Options options;
+        options.backendUrl = backend.url();
+        options.checkStoredToken = false;
+        options.makeCapture = [] { return std::make_unique<ReplayCaptureBackend>(); };
+        options.toolServices.braveSearch.baseUrl = brave.url();
+        Services services(settings, KeychainManager::shared(), options);
+        const QString key = u"BSA-live-test-5be1"_s;
+        QVERIFY(services.configurationManager().setAPIKey(u"Brave Search"_s, key));
+        QVERIFY(services.configurationManager().toggleIntegration(u"Brave Search"_s, true));
+        CallController& controller = services.callController();
+        ChatViewModel& chat = *services.chat().chatModel();
+        auto* session = dynamic_cast<SocketController*>(controller.session());
+        QVERIFY(controller.startCall());
+        QTRY_VERIFY_WITH_TIMEOUT(session->sessionReady(), 15'000);
+
+        chat.sendMessage(u"Search the web for coffee"_s);
+        QTRY_COMPARE_WITH_TIMEOUT(chat.pendingApprovalCount(), 1, 10'000);
+        QVERIFY(brave.requests().isEmpty());
+        chat.approve(chat.pendingToolApprovals().first().id);
+        QTRY_VERIFY_WITH_TIMEOUT(
+            !chat.isLoading() && !chat.messages().last().isLoading &&
+                !chat.messages().last().isFromUser &&
+                chat.messages().last().content.contains(u"Coffee - Wikipedia"_s),
+            15'000);
+        QCOMPARE(brave.requests().size(), 1);
+        const HttpStub::Request request = brave.requests().first();
+        QCOMPARE(request.method, QByteArray("GET"));
+        QVERIFY2(request.path.startsWith("/res/v1/web/search?") &&
+                     request.path.contains("q=coffee"),
+                 request.path.constData());
+        QCOMPARE(request.headers.value("x-subscription-token"), key.toUtf8());
+        QCOMPARE(chat.errorMessage(), QString());
+        controller.endCall();
     }
 };
 

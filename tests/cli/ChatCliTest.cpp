@@ -4,6 +4,8 @@
 #include "KeyringSession.h"
 #include "LocalBackend.h"
 #include "TestPaths.h"
+#include "ToolServiceFakes.h"
+#include "WhileServing.h"
 
 #include <QFile>
 #include <QTest>
@@ -45,11 +47,13 @@ private:
     std::unique_ptr<KeyringSession> m_keyring;
     std::unique_ptr<TemporaryHome> m_home;
     std::unique_ptr<LocalBackend> m_backend;
+    std::unique_ptr<ToolServiceFake> m_brave;
     QProcessEnvironment m_environment;
 
     CliRunner::Result run(const QStringList& arguments, const QByteArray& input = {}) const
     {
-        return CliRunner::run(arguments, input, m_environment);
+        // The search service's stand-in answers from this thread meanwhile.
+        return whileServing([&] { return CliRunner::run(arguments, input, m_environment); });
     }
 
 private Q_SLOTS:
@@ -64,6 +68,9 @@ private Q_SLOTS:
         QVERIFY(tokens);
         m_environment = QProcessEnvironment::systemEnvironment();
         m_environment.insert(u"QUILLMOSS_BACKEND_URL"_s, m_backend->url().toString());
+        // The web search runs against a local stand-in of the service.
+        m_brave = std::make_unique<ToolServiceFake>(ToolServiceFake::Service::BraveSearch);
+        m_environment.insert(u"QUILLMOSS_BRAVE_BASE_URL"_s, m_brave->url().toString());
         const QList<std::pair<QStringList, QByteArray>> steps = {
             {{u"keychain"_s, u"set"_s, u"com.quillmoss.accesstoken"_s},
              tokens->accessToken.toUtf8()},
@@ -80,6 +87,7 @@ private Q_SLOTS:
     void cleanupTestCase()
     {
         m_backend.reset();
+        m_brave.reset();
         m_home.reset();
         m_keyring.reset();
     }
@@ -121,12 +129,12 @@ private Q_SLOTS:
                            u"Tool call: brave_web_search"_s,
                            u"  query: Acme pricing"_s,
                            u"Approved"_s,
-                           u"Tool error: "_s, // no web search runs here: its failure goes back
+                           u"Tool result: Title: Coffee - Wikipedia"_s,
                            u"Assistant: "_s,
                            u"You: "_s + nextSteps,
                            u"Assistant: "_s,
                            u"Call ended"_s}
-            << QStringList{u"Denied"_s, u"Chat error:"_s} << 3 << QString();
+            << QStringList{u"Denied"_s, u"Chat error:"_s, u"Tool error:"_s} << 3 << QString();
         QTest::newRow("export that cannot be written")
             << QStringList{u"--ask"_s, nextSteps, u"--export-chat"_s, u"/no/such/dir/chat.md"_s}
             << 1 << QStringList{u"You: "_s + nextSteps, u"Assistant: "_s, u"Call ended"_s}
