@@ -12,8 +12,6 @@ namespace {
 // How long the history the session asks for at start may take before the
 // first question goes out anyway.
 constexpr int historyWaitMs = 2000;
-// Slack over the chat's own answer time-out before a follow-up is given up.
-constexpr int followUpSlackMs = 2000;
 
 } // namespace
 
@@ -26,17 +24,6 @@ CallChat::CallChat(ChatViewModel& chat, QStringList questions, Approval approval
     m_historyWait.setInterval(historyWaitMs);
     connect(&m_historyWait, &QTimer::timeout, this, [this] {
         m_readyToAsk = true;
-        scheduleSettle();
-    });
-    m_followUpWait.setSingleShot(true);
-    m_followUpWait.setInterval(static_cast<int>(ChatViewModel::answerTimeout.count()) +
-                               followUpSlackMs);
-    connect(&m_followUpWait, &QTimer::timeout, this, [this] {
-        if (m_stopped || !m_chat.isLoading())
-            return;
-        m_stalled = true;
-        m_print(u"chatError"_s, {{u"text"_s, u"no answer to the tool results in time"_s}},
-                u"Chat error: no answer to the tool results in time"_s);
         scheduleSettle();
     });
 
@@ -66,7 +53,6 @@ void CallChat::stop()
 {
     m_stopped = true;
     m_historyWait.stop();
-    m_followUpWait.stop();
 }
 
 QString CallChat::indented(const QString& prefix, const QString& text)
@@ -88,7 +74,6 @@ void CallChat::printInserted(int row)
     // for answers still to come.
     if (message.isFromUser || message.isLoading)
         return;
-    m_followUpWait.stop();
     m_print(u"answer"_s, {{u"text"_s, message.content}},
             indented(u"Assistant: "_s, message.content));
     for (const ToolCall& call : message.toolCalls.value_or(QList<ToolCall>())) {
@@ -133,7 +118,7 @@ void CallChat::scheduleSettle()
 
 bool CallChat::isBusy() const
 {
-    if (m_chat.isLoading() && !m_stalled)
+    if (m_chat.isLoading())
         return true;
     if (!m_chat.pendingToolApprovals().isEmpty())
         return true;
@@ -147,8 +132,6 @@ void CallChat::settle()
     m_settleQueued = false;
     if (m_stopped)
         return;
-    if (!m_chat.isLoading())
-        m_stalled = false;
     // Every request waiting for permission is answered as told, oldest first.
     const QList<ChatMessage> pending = m_chat.pendingToolApprovals();
     for (const ChatMessage& message : pending) {
@@ -161,16 +144,11 @@ void CallChat::settle()
             m_chat.deny(message.id);
         }
     }
-    for (auto it = m_approved.begin(); it != m_approved.end();) {
-        if (m_chat.approvalState(*it) == ChatViewModel::ApprovalState::Running) {
-            ++it;
-            continue;
-        }
-        // Its results went back: their answer has no time-out of its own.
-        if (m_chat.isLoading())
-            m_followUpWait.start();
-        it = m_approved.erase(it);
-    }
+    // Once its results went back, the answer to them is awaited like any
+    // other, time-out included.
+    m_approved.removeIf([this](const QString& id) {
+        return m_chat.approvalState(id) != ChatViewModel::ApprovalState::Running;
+    });
     if (!m_started || !m_readyToAsk || isBusy())
         return;
     askNext();
@@ -181,7 +159,6 @@ void CallChat::askNext()
     if (m_nextQuestion < m_questions.size()) {
         const QString question = m_questions.at(m_nextQuestion++);
         m_print(u"ask"_s, {{u"text"_s, question}}, indented(u"You: "_s, question));
-        m_stalled = false; // the flag now waits for this answer
         m_chat.sendMessage(question);
         return;
     }

@@ -67,15 +67,12 @@ private:
     // Waits for the history the session asks for when it becomes ready, so
     // that it cannot replace a conversation that has already begun.
     QTimer m_historyWait;
-    // A follow-up after tool results has no time-out of its own in the chat.
-    QTimer m_followUpWait;
     QSet<QString> m_approved;       // message ids approved here, still running or awaited
     QSet<QString> m_resultsPrinted; // message ids whose tool results are out
     qsizetype m_nextQuestion = 0;
     bool m_started = false;
     bool m_readyToAsk = false;
     bool m_settleQueued = false;
-    bool m_stalled = false; // a follow-up never came: stop waiting for it
     bool m_stopped = false;
     bool m_finished = false;
 };
