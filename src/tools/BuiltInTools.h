@@ -10,10 +10,12 @@ struct BuiltInToolServices
 {
     ToolService braveSearch;
     ToolService firecrawl;
+    ToolService notion;
     ToolService resend;
 
-    // QUILLMOSS_BRAVE_BASE_URL, QUILLMOSS_FIRECRAWL_BASE_URL and
-    // QUILLMOSS_RESEND_BASE_URL when set, else each service's public API host.
+    // QUILLMOSS_BRAVE_BASE_URL, QUILLMOSS_FIRECRAWL_BASE_URL,
+    // QUILLMOSS_NOTION_BASE_URL and QUILLMOSS_RESEND_BASE_URL when set, else
+    // each service's public API host.
     static BuiltInToolServices fromEnvironment();
 };
 

@@ -299,8 +299,8 @@ private Q_SLOTS:
             return local;
         };
         m_manager = std::make_unique<LocalToolManager>(m_keychain);
-        registerBuiltInTools(*m_manager,
-                             {service(*m_brave), service(*m_firecrawl), service(*m_resend)});
+        registerBuiltInTools(*m_manager, {service(*m_brave), service(*m_firecrawl), ToolService{},
+                                          service(*m_resend)});
     }
 
     void init()
