@@ -88,7 +88,9 @@ void HttpStub::read(QTcpSocket* socket)
     QByteArray answered = request.path;
     if (!m_answers.contains(answered))
         answered = answered.left(answered.indexOf('?'));
-    const Answer answer = m_answers.value(answered, Answer{404, "{}", {}, false});
+    const std::optional<Answer> worked = m_responder ? m_responder(request) : std::nullopt;
+    const Answer answer =
+        worked ? *worked : m_answers.value(answered, Answer{404, "{}", {}, false});
     QByteArray extraHeaders;
     for (const auto& [name, value] : m_headers.value(answered))
         extraHeaders += name + ": " + value + "\r\n";

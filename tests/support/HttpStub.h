@@ -9,6 +9,9 @@
 #include <QTcpServer>
 #include <QUrl>
 
+#include <functional>
+#include <optional>
+
 class QTcpSocket;
 
 class HttpStub : public QObject
@@ -50,6 +53,11 @@ public:
                           const QList<std::pair<QByteArray, QByteArray>>& headers);
     QList<Request> requests() const { return m_requests; }
 
+    // Answers worked out from each request, for a stand-in that keeps state;
+    // asked before the fixed answers, which take the requests it leaves.
+    using Responder = std::function<std::optional<Answer>(const Request&)>;
+    void setResponder(Responder responder) { m_responder = std::move(responder); }
+
 private:
     void read(QTcpSocket* socket);
 
@@ -58,4 +66,5 @@ private:
     QHash<QByteArray, QList<std::pair<QByteArray, QByteArray>>> m_headers;
     QHash<QTcpSocket*, QByteArray> m_received;
     QList<Request> m_requests;
+    Responder m_responder;
 };
