@@ -3,6 +3,8 @@
 // record it reads formats to a non-empty text for the assistant.
 #include "tools/BraveSearchTools.h"
 #include "tools/FirecrawlTools.h"
+#include "tools/NotionBlocks.h"
+#include "tools/NotionResults.h"
 #include "tools/ResendTools.h"
 
 #include <cstdint>
@@ -79,5 +81,35 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     (void)ResendResults::errorMessage(body);
     (void)ResendResults::isEmailAddress(QString::fromUtf8(body));
     check(!ResendResults::emailTemplate(QString::fromUtf8(body)).isEmpty());
+
+    error.clear();
+    const auto notion = NotionResults::decodeObject(body, &error);
+    decoded(notion, error);
+    (void)NotionResults::errorMessage(body);
+    if (notion) {
+        const NotionResponse list = NotionResults::decodeList(*notion);
+        check(!NotionResults::formatSearch(list, u"q"_s).isEmpty());
+        check(!NotionResults::formatQuery(list, u"d"_s).isEmpty());
+        check(!NotionResults::formatUsers(list).isEmpty());
+        check(!NotionResults::formatComments(list, u"b"_s).isEmpty());
+        const NotionPage page = NotionResults::decodePage(*notion);
+        check(!NotionResults::formatPage(page).isEmpty());
+        check(!NotionResults::formatCreatedPage(page).isEmpty());
+        check(NotionResults::formatUpdatedPage(page, {u"title"_s}).endsWith(u"title"_s));
+        check(!NotionResults::formatDatabase(*notion).isEmpty());
+        check(!NotionResults::formatUser(NotionResults::decodeUser(*notion)).isEmpty());
+        check(!NotionResults::formatNewComment(NotionResults::decodeComment(*notion)).isEmpty());
+        check(!NotionResults::formatAddedBlocks({NotionResults::decodeBlock(*notion)}, u"p"_s)
+                   .isEmpty());
+        // Whatever blocks come out of a request keep to the API's limits.
+        QString blockError;
+        if (const auto blocks =
+                NotionBlocks::blocks(notion->value(u"blocks"_s).toArray(), &blockError)) {
+            for (const QJsonArray& run : NotionBlocks::chunks(*blocks))
+                check(run.size() <= NotionBlocks::maxBlocksPerRequest);
+        } else {
+            check(!blockError.isEmpty());
+        }
+    }
     return 0;
 }
