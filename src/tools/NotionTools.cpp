@@ -174,7 +174,7 @@ QList<NotionBlock> decodeBlocks(const QJsonObject& answer)
 // order, so that a long content keeps its order; `after` places the first
 // run, and each later one follows the run before it.
 void appendRuns(const NotionSession& session, const QString& parentId,
-                std::shared_ptr<const QList<QJsonArray>> runs, qsizetype index,
+                const std::shared_ptr<const QList<QJsonArray>>& runs, qsizetype index,
                 std::optional<QString> after, QList<NotionBlock> added, const LocalTool::Done& done,
                 const std::function<void(const QList<NotionBlock>&)>& finished)
 {
