@@ -1,5 +1,6 @@
 #include "CliRunner.h"
 #include "KeyringSession.h"
+#include "NotionFake.h"
 #include "TestPaths.h"
 #include "ToolServiceFakes.h"
 #include "WhileServing.h"
@@ -274,6 +275,52 @@ private Q_SLOTS:
         QCOMPARE(brave.requests().first().headers.value("x-subscription-token"),
                  QByteArray("BSA-cli"));
         QVERIFY(!result.err.contains(u"BSA-cli"_s));
+    }
+
+    // The Notion tools from the command line against a stand-in workspace:
+    // the found page on stdout, or Notion's own error text.
+    void runNotionAgainstTheService_data()
+    {
+        QTest::addColumn<int>("failWith"); // 0: answers normally
+        QTest::addColumn<int>("exitCode");
+        QTest::addColumn<QString>("outHas");
+        QTest::addColumn<QString>("errHas");
+        QTest::newRow("found") << 0 << 0 << u"Acme"_s << QString();
+        QTest::newRow("token refused")
+            << 401 << 1 << QString() << u"quillmoss: Tool execution failed: Notion API error: "_s;
+        QTest::newRow("rate limited")
+            << 429 << 1 << QString() << u"quillmoss: Tool execution failed: Notion API error: "_s;
+    }
+
+    void runNotionAgainstTheService()
+    {
+        QFETCH(int, failWith);
+        QFETCH(int, exitCode);
+        QFETCH(QString, outHas);
+        QFETCH(QString, errHas);
+        const QByteArray token(NotionFake::token);
+        QCOMPARE(run({u"integrations"_s, u"set-key"_s, u"Notion"_s}, token).exitCode, 0);
+        NotionFake notion;
+        notion.failWith(failWith);
+        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+        environment.insert(u"QUILLMOSS_NOTION_BASE_URL"_s, notion.url().toString());
+        const CliRunner::Result result = whileServing([&environment] {
+            return CliRunner::run(
+                {u"tools"_s, u"run"_s, u"notion_search"_s, uR"({"query": "Acme"})"_s}, {},
+                environment);
+        });
+        QVERIFY2(result.exitCode == exitCode, qPrintable(result.err));
+        if (!outHas.isEmpty())
+            QVERIFY2(result.out.contains(outHas), qPrintable(result.out));
+        if (!errHas.isEmpty())
+            QVERIFY2(result.err.contains(errHas), qPrintable(result.err));
+        QCOMPARE(notion.requests().size(), 1);
+        const HttpStub::Request request = notion.requests().first();
+        QCOMPARE(request.method, QByteArray("POST"));
+        QVERIFY2(request.path.startsWith("/v1/search"), request.path.constData());
+        QCOMPARE(request.headers.value("authorization"), "Bearer " + token);
+        QVERIFY(!request.headers.value("notion-version").isEmpty());
+        QVERIFY(!result.err.contains(QString::fromLatin1(token)));
     }
 };
 
