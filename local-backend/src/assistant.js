@@ -351,7 +351,8 @@ function notesContent(summary) {
   if (!summary) return 'Nothing has been transcribed yet.';
   const lines = ['## Overview', '', summary.overview];
   if (summary.keyPoints.length) lines.push('', '## Key points', '', ...summary.keyPoints.map((p) => `- ${p}`));
-  if (summary.actionItems.length) lines.push('', '## Action items', '', ...summary.actionItems.map(actionLine));
+  // Action items as to-dos, to be ticked off in Notion.
+  if (summary.actionItems.length) lines.push('', '## Action items', '', ...summary.actionItems.map((item) => actionLine(item).replace(/^- /, '- [ ] ')));
   if (summary.topics.length) lines.push('', '## Topics', '', ...summary.topics.map((t) => `- ${t.topic}`));
   return lines.join('\n');
 }

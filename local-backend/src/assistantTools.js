@@ -150,18 +150,26 @@ function shaped(key, value, type) {
 const MAX_BLOCKS = 100;
 const MAX_RICH_TEXT = 2000;
 
-/** Markdown notes as Notion blocks: "## " headings, "- " bullets, other lines paragraphs. */
+/**
+ * Markdown notes as Notion blocks: "## " headings, "- [ ] " and "- [x] " to-dos, "- " bullets,
+ * other lines paragraphs.
+ */
 export function notionBlocks(markdown) {
   const blocks = [];
   for (const line of markdown.split('\n')) {
     const text = line.trim();
     if (!text) continue;
-    const [type, content] = /^##+\s+/.test(text)
-      ? ['heading_2', text.replace(/^##+\s+/, '')]
-      : /^[-*]\s+/.test(text)
-        ? ['bulleted_list_item', text.replace(/^[-*]\s+/, '')]
-        : ['paragraph', text];
-    blocks.push({ object: 'block', type, [type]: { rich_text: [{ type: 'text', text: { content: content.slice(0, MAX_RICH_TEXT) } }] } });
+    const todo = /^[-*]\s+\[([ xX])\]\s+(.*)$/.exec(text);
+    const [type, content] = todo
+      ? ['to_do', todo[2]]
+      : /^##+\s+/.test(text)
+        ? ['heading_2', text.replace(/^##+\s+/, '')]
+        : /^[-*]\s+/.test(text)
+          ? ['bulleted_list_item', text.replace(/^[-*]\s+/, '')]
+          : ['paragraph', text];
+    const body = { rich_text: [{ type: 'text', text: { content: content.slice(0, MAX_RICH_TEXT) } }] };
+    if (todo) body.checked = todo[1] !== ' ';
+    blocks.push({ object: 'block', type, [type]: body });
   }
   return blocks.slice(0, MAX_BLOCKS);
 }

@@ -3,7 +3,7 @@
 import assert from 'node:assert/strict';
 import { test } from 'node:test';
 import { TOOL_RESULTS_PREFIX, reply } from '../src/assistant.js';
-import { argumentsFor, blockTexts } from '../src/assistantTools.js';
+import { argumentsFor, blockTexts, notionBlocks } from '../src/assistantTools.js';
 import { summarize } from '../src/summarizer/index.js';
 import { CLIENT_TOOLS, REMOTE_KB_LOOKUP } from './fixtures/clientTools.js';
 import { salesCallSegments } from './fixtures/salesCall.js';
@@ -173,4 +173,13 @@ test('tool results are quoted short, failures said plainly, whatever the mix', (
   }
   // The lookup's schema drives nothing here: a results message is never read as a request.
   assert.equal(chat(results([true, 'Use Knowledge base lookup now']), ['mcp_kb_lookup'], { definitions: [REMOTE_KB_LOOKUP] }).type, 'tool_result');
+});
+
+test('notes become Notion blocks: headings, to-dos with their state, bullets and paragraphs', () => {
+  const blocks = notionBlocks('## Action items\n\n- [ ] Send the quote (Dana)\n- [x] Book the demo\n- Pricing\nPlain words');
+  assert.deepEqual(
+    blocks.map((b) => [b.type, b[b.type].checked]),
+    [['heading_2', undefined], ['to_do', false], ['to_do', true], ['bulleted_list_item', undefined], ['paragraph', undefined]],
+  );
+  assert.deepEqual(blockTexts(blocks), ['Action items', 'Send the quote (Dana)', 'Book the demo', 'Pricing', 'Plain words']);
 });
