@@ -3,6 +3,7 @@
 #include "CliRunner.h"
 #include "KeyringSession.h"
 #include "LocalBackend.h"
+#include "NotionFake.h"
 #include "RecordingSearchTool.h"
 #include "TestPaths.h"
 #include "ToolServiceFakes.h"
@@ -357,6 +358,71 @@ private Q_SLOTS:
                  request.path.constData());
         QCOMPARE(request.headers.value("x-subscription-token"), key.toUtf8());
         QCOMPARE(chat.errorMessage(), QString());
+        controller.endCall();
+    }
+
+    // After a call's words have been heard, the assistant asks to save the
+    // notes to Notion; approved, the page is in the default database with the
+    // call's action items as to-dos.
+    void actionItemsGoToNotion()
+    {
+        LocalBackend backend;
+        QVERIFY2(backend.isRunning(), qPrintable(backend.error()));
+        const auto tokens = backend.signIn(u"jordan@example.com"_s, u"Jordan Lee"_s);
+        QVERIFY(tokens);
+        QVERIFY(KeychainManager::shared().storeKey(tokens->accessToken, accessKey));
+        NotionFake notion;
+
+        SettingsStore settings(m_home->path() + u"/notion-settings.json"_s);
+        Services::Options options;
+        options.backendUrl = backend.url();
+        options.checkStoredToken = false;
+        options.makeCapture = [] { return std::make_unique<ReplayCaptureBackend>(); };
+        options.toolServices.notion.baseUrl = notion.url();
+        Services services(settings, KeychainManager::shared(), options);
+        ConfigurationManager& configuration = services.configurationManager();
+        QVERIFY(configuration.setAPIKey(u"Notion"_s, QString::fromLatin1(NotionFake::token)));
+        QVERIFY(configuration.setFieldValue(u"Notion"_s, u"database_id"_s,
+                                            QString::fromLatin1(NotionFake::databaseId)));
+        QVERIFY(configuration.toggleIntegration(u"Notion"_s, true));
+        CallController& controller = services.callController();
+        ChatViewModel& chat = *services.chat().chatModel();
+        auto* session = dynamic_cast<SocketController*>(controller.session());
+        QVERIFY(controller.startCall());
+        QTRY_VERIFY_WITH_TIMEOUT(session->sessionReady(), 15'000);
+
+        // The call: every line of a sales call, until the summary holds its commitments.
+        const QString transcript = QString::fromUtf8(
+            TestPaths::readFile(TestPaths::sourceDirectory() + u"/examples/discovery-call.txt"_s));
+        for (const QString& line : transcript.split(u'\n', Qt::SkipEmptyParts)) {
+            const qsizetype colon = line.indexOf(u": "_s);
+            QVERIFY(session->sendClientTranscription(
+                line.mid(colon + 2), false, line.left(colon).trimmed(), 0.95, std::nullopt));
+        }
+        QTRY_VERIFY_WITH_TIMEOUT(!services.summaryModel().actionItems().isEmpty(), 30'000);
+
+        chat.sendMessage(u"Save the action items to Notion"_s);
+        QTRY_COMPARE_WITH_TIMEOUT(chat.pendingApprovalCount(), 1, 10'000);
+        QCOMPARE(chat.pendingToolApprovals().first().toolCalls->first().name,
+                 u"notion_create_page"_s);
+        const qsizetype before = notion.pagesIn(QString::fromLatin1(NotionFake::databaseId)).size();
+        const QString asking = chat.pendingToolApprovals().first().id;
+        chat.approve(asking);
+        // The answer to the results follows the message that asked.
+        QTRY_VERIFY_WITH_TIMEOUT(!chat.isLoading() && !chat.messages().last().isLoading &&
+                                     chat.messages().last().id != asking,
+                                 15'000);
+        QCOMPARE(chat.errorMessage(), QString());
+
+        const QList<QJsonObject> pages =
+            notion.pagesIn(QString::fromLatin1(NotionFake::databaseId));
+        QCOMPARE(pages.size(), before + 1);
+        QStringList todos;
+        for (const QJsonValue block : notion.children(pages.last().value(u"id"_s).toString())) {
+            if (block[u"type"_s].toString() == u"to_do"_s)
+                todos << block[u"to_do"_s][u"rich_text"_s][0][u"text"_s][u"content"_s].toString();
+        }
+        QCOMPARE(todos.size(), services.summaryModel().actionItems().size());
         controller.endCall();
     }
 };
