@@ -5,6 +5,7 @@
 #include "chat/ChatController.h"
 #include "chat/ChatSession.h"
 #include "chat/ChatViewModel.h"
+#include "cli/BenchSupport.h"
 #include "cli/Cli.h"
 #include "session/SocketController.h"
 #include "store/KeychainManager.h"
@@ -37,31 +38,6 @@ const QStringList questions = {
     u"How is the call going?"_s,
     u"What did they say about pricing?"_s,
 };
-
-// A few lines of the call, so that the answers have a transcript to draw on.
-const QStringList callLines = {
-    u"Thanks for making the time today, I know the quarter end is busy."_s,
-    u"Our forecast is a spreadsheet that each regional lead updates on Thursdays."_s,
-    u"We missed last quarter's commit by about eighteen percent."_s,
-    u"I'll send the field mapping guide by Friday."_s,
-    u"Can you share the pricing for two hundred seats?"_s,
-    u"The pilot should cover two regions for thirty days."_s,
-};
-
-// Runs the event loop until `done` holds or `timeoutMs` passed; false on timeout.
-bool waitUntil(const std::function<bool()>& done, int timeoutMs)
-{
-    QElapsedTimer clock;
-    clock.start();
-    while (!done()) {
-        if (clock.elapsed() > timeoutMs)
-            return false;
-        QEventLoop loop;
-        QTimer::singleShot(5, &loop, &QEventLoop::quit);
-        loop.exec();
-    }
-    return true;
-}
 
 // The resident set of this process, in kB (0 where /proc is not there).
 qint64 residentKilobytes()
@@ -177,6 +153,8 @@ void exportMarkdown(benchmark::State& state, int messages)
 
 } // namespace
 
+using BenchSupport::waitUntil;
+
 void registerChatModelBenchmarks()
 {
     benchmark::RegisterBenchmark("chat/send_and_answer/at_1000_messages", sendAndAnswer);
@@ -218,7 +196,7 @@ int runChatBench(CliContext& context, const QStringList& options)
                 context.backendUrl.toString()));
     }
     const double readyMs = double(clock.nsecsElapsed()) / 1e6;
-    for (const QString& line : callLines)
+    for (const QString& line : BenchSupport::salesCallSentences())
         session->sendClientTranscription(line, false, std::nullopt, 0.95, std::nullopt);
     // The history the session asks for at start, and the lines' answers.
     waitUntil([] { return false; }, 800);

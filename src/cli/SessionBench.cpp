@@ -2,13 +2,13 @@
 
 #include "account/AuthenticationService.h"
 #include "call/TranscriptionViewModel.h"
+#include "cli/BenchSupport.h"
 #include "cli/Cli.h"
 #include "session/SessionFactory.h"
 #include "session/SocketController.h"
 
 #include <QCommandLineParser>
 #include <QElapsedTimer>
-#include <QEventLoop>
 #include <QTimer>
 
 #include <algorithm>
@@ -20,31 +20,6 @@ namespace {
 
 const auto usage = u"bench session [--count N]\n"_s;
 
-// What a salesperson says, a chunk at a time.
-const QStringList sentences = {
-    u"Thanks for making the time today, I know the quarter end is busy."_s,
-    u"Our forecast is a spreadsheet that each regional lead updates on Thursdays."_s,
-    u"We missed last quarter's commit by about eighteen percent."_s,
-    u"I'll send the field mapping guide by Friday."_s,
-    u"Can you share the pricing for two hundred seats?"_s,
-    u"The pilot should cover two regions for thirty days."_s,
-};
-
-// Runs the event loop until `done` holds or `timeoutMs` passed; false on timeout.
-bool waitUntil(const std::function<bool()>& done, int timeoutMs)
-{
-    QElapsedTimer clock;
-    clock.start();
-    while (!done()) {
-        if (clock.elapsed() > timeoutMs)
-            return false;
-        QEventLoop loop;
-        QTimer::singleShot(5, &loop, &QEventLoop::quit);
-        loop.exec();
-    }
-    return true;
-}
-
 double median(std::vector<double> values)
 {
     if (values.empty())
@@ -54,6 +29,8 @@ double median(std::vector<double> values)
 }
 
 } // namespace
+
+using BenchSupport::waitUntil;
 
 int runSessionBench(CliContext& context, const QStringList& options)
 {
@@ -97,6 +74,7 @@ int runSessionBench(CliContext& context, const QStringList& options)
     waitUntil([] { return false; }, 600); // let the session's own first exchanges settle
 
     const qsizetype receivedBefore = received;
+    const QStringList& sentences = BenchSupport::salesCallSentences();
     clock.restart();
     for (int i = 0; i < count; ++i) {
         sentAt.push_back(clock.nsecsElapsed());

@@ -1,5 +1,6 @@
 #include "core/HttpClient.h"
 
+#include "core/JsonValues.h"
 #include "core/Logging.h"
 
 #include <QFutureWatcher>
@@ -101,15 +102,7 @@ HttpRequest HttpRequest::postJson(const QUrl& url, const QJsonValue& json)
 
 std::optional<QJsonValue> HttpResponse::json(QString* error) const
 {
-    QJsonParseError parseError{};
-    const QJsonDocument document = QJsonDocument::fromJson(body, &parseError);
-    if (parseError.error != QJsonParseError::NoError) {
-        if (error != nullptr) {
-            *error = u"%1 at offset %2"_s.arg(parseError.errorString()).arg(parseError.offset);
-        }
-        return std::nullopt;
-    }
-    return document.isArray() ? QJsonValue(document.array()) : QJsonValue(document.object());
+    return parseJson(body, error);
 }
 
 // --- one call -------------------------------------------------------------------------------

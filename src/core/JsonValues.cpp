@@ -28,6 +28,37 @@ QString jsonTypeName(const QJsonValue& value, JsonTypeWording wording)
     return sentence ? u"nothing"_s : u"missing"_s;
 }
 
+std::optional<QJsonValue> parseJson(const QByteArray& text, QString* error)
+{
+    QJsonParseError parseError{};
+    const QJsonDocument document = QJsonDocument::fromJson(text, &parseError);
+    if (parseError.error != QJsonParseError::NoError) {
+        if (error != nullptr)
+            *error = u"%1 at offset %2"_s.arg(parseError.errorString()).arg(parseError.offset);
+        return std::nullopt;
+    }
+    return document.isArray() ? QJsonValue(document.array()) : QJsonValue(document.object());
+}
+
+std::optional<QJsonObject> parseJsonObject(const QByteArray& text, QString* error)
+{
+    const std::optional<QJsonValue> json = parseJson(text, error);
+    if (!json)
+        return std::nullopt;
+    if (!json->isObject()) {
+        if (error != nullptr)
+            *error = u"the answer is not a JSON object"_s;
+        return std::nullopt;
+    }
+    return json->toObject();
+}
+
+std::optional<QString> optionalString(const QJsonObject& object, const QString& key)
+{
+    const QJsonValue value = object.value(key);
+    return value.isString() ? std::optional(value.toString()) : std::nullopt;
+}
+
 QString jsonText(const QJsonValue& json)
 {
     if (json.isObject()) {

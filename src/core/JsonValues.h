@@ -1,13 +1,17 @@
-// Small helpers for JSON that came from elsewhere: naming a value's type in an
-// error text, writing a value into a log line, and handing lists of records
-// to QML.
+// Small helpers for JSON that came from elsewhere: reading a body, naming a
+// value's type in an error text, writing a value into a log line, and handing
+// lists of records to QML.
 #pragma once
 
+#include <QByteArray>
+#include <QJsonObject>
 #include <QJsonValue>
 #include <QList>
 #include <QString>
 #include <QVariant>
 #include <QVariantList>
+
+#include <optional>
 
 enum class JsonTypeWording
 {
@@ -18,6 +22,14 @@ enum class JsonTypeWording
     // "object", or "missing".
     Label,
 };
+
+// `text` as a JSON object or array; nothing, with `error` saying where the
+// text broke ("… at offset N"), otherwise.
+std::optional<QJsonValue> parseJson(const QByteArray& text, QString* error = nullptr);
+// `text` as a JSON object; nothing, with `error` saying why, otherwise.
+std::optional<QJsonObject> parseJsonObject(const QByteArray& text, QString* error = nullptr);
+// The text under `key`; nothing when it is missing or not a string.
+std::optional<QString> optionalString(const QJsonObject& object, const QString& key);
 
 QString jsonTypeName(const QJsonValue& value, JsonTypeWording wording = JsonTypeWording::Sentence);
 

@@ -1,6 +1,7 @@
 #include "tools/BraveSearchTools.h"
 
 #include "core/HttpClient.h"
+#include "core/JsonValues.h"
 #include "tools/BuiltInToolDefinitions.h"
 
 #include <QJsonArray>
@@ -32,27 +33,6 @@ QJsonObject schemaOf(const QString& identifier)
     properties.insert(u"count"_s, count);
     schema.insert(u"properties"_s, properties);
     return schema;
-}
-
-std::optional<QJsonObject> objectBody(const QByteArray& body, QString* error)
-{
-    QJsonParseError parseError{};
-    const QJsonDocument document = QJsonDocument::fromJson(body, &parseError);
-    if (parseError.error != QJsonParseError::NoError) {
-        *error = u"%1 at offset %2"_s.arg(parseError.errorString()).arg(parseError.offset);
-        return std::nullopt;
-    }
-    if (!document.isObject()) {
-        *error = u"the answer is not a JSON object"_s;
-        return std::nullopt;
-    }
-    return document.object();
-}
-
-std::optional<QString> optionalString(const QJsonObject& object, const QString& key)
-{
-    const QJsonValue value = object.value(key);
-    return value.isString() ? std::optional(value.toString()) : std::nullopt;
 }
 
 // The first of `keys` that holds a string: the documented record key first,
@@ -136,7 +116,7 @@ namespace BraveSearchResults {
 
 std::optional<QList<BraveWebResult>> decodeWebResults(const QByteArray& body, QString* error)
 {
-    const std::optional<QJsonObject> answer = objectBody(body, error);
+    const std::optional<QJsonObject> answer = parseJsonObject(body, error);
     if (!answer)
         return std::nullopt;
     QList<BraveWebResult> results;
@@ -167,7 +147,7 @@ QString formatWebResults(const QList<BraveWebResult>& results)
 
 std::optional<QStringList> decodeLocationIds(const QByteArray& body, QString* error)
 {
-    const std::optional<QJsonObject> answer = objectBody(body, error);
+    const std::optional<QJsonObject> answer = parseJsonObject(body, error);
     if (!answer)
         return std::nullopt;
     QStringList ids;
@@ -236,7 +216,7 @@ std::optional<QString> decodePhone(const QJsonObject& location)
 
 std::optional<QList<BraveLocation>> decodeLocations(const QByteArray& body, QString* error)
 {
-    const std::optional<QJsonObject> answer = objectBody(body, error);
+    const std::optional<QJsonObject> answer = parseJsonObject(body, error);
     if (!answer)
         return std::nullopt;
     const QJsonValue results = answer->value(u"results"_s);
@@ -275,7 +255,7 @@ std::optional<QList<BraveLocation>> decodeLocations(const QByteArray& body, QStr
 
 std::optional<QHash<QString, QString>> decodeDescriptions(const QByteArray& body, QString* error)
 {
-    const std::optional<QJsonObject> answer = objectBody(body, error);
+    const std::optional<QJsonObject> answer = parseJsonObject(body, error);
     if (!answer)
         return std::nullopt;
     QHash<QString, QString> descriptions;

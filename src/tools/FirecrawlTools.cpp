@@ -1,6 +1,7 @@
 #include "tools/FirecrawlTools.h"
 
 #include "core/HttpClient.h"
+#include "core/JsonValues.h"
 #include "tools/BuiltInToolDefinitions.h"
 
 #include <QJsonArray>
@@ -14,27 +15,6 @@ namespace {
 
 // How much of a search result's page text the result shows.
 constexpr qsizetype contentPreviewLength = 200;
-
-std::optional<QJsonObject> objectBody(const QByteArray& body, QString* error)
-{
-    QJsonParseError parseError{};
-    const QJsonDocument document = QJsonDocument::fromJson(body, &parseError);
-    if (parseError.error != QJsonParseError::NoError) {
-        *error = u"%1 at offset %2"_s.arg(parseError.errorString()).arg(parseError.offset);
-        return std::nullopt;
-    }
-    if (!document.isObject()) {
-        *error = u"the answer is not a JSON object"_s;
-        return std::nullopt;
-    }
-    return document.object();
-}
-
-std::optional<QString> optionalString(const QJsonObject& object, const QString& key)
-{
-    const QJsonValue value = object.value(key);
-    return value.isString() ? std::optional(value.toString()) : std::nullopt;
-}
 
 std::optional<QStringList> optionalStrings(const QJsonObject& object, const QString& key)
 {
@@ -127,7 +107,7 @@ namespace FirecrawlResults {
 
 std::optional<FirecrawlScrapeResponse> decodeScrape(const QByteArray& body, QString* error)
 {
-    const std::optional<QJsonObject> answer = objectBody(body, error);
+    const std::optional<QJsonObject> answer = parseJsonObject(body, error);
     FirecrawlScrapeResponse response;
     if (!answer || !decodeSuccess(*answer, &response.success, error))
         return std::nullopt;
@@ -151,7 +131,7 @@ std::optional<FirecrawlScrapeResponse> decodeScrape(const QByteArray& body, QStr
 
 std::optional<FirecrawlSearchResponse> decodeSearch(const QByteArray& body, QString* error)
 {
-    const std::optional<QJsonObject> answer = objectBody(body, error);
+    const std::optional<QJsonObject> answer = parseJsonObject(body, error);
     FirecrawlSearchResponse response;
     if (!answer || !decodeSuccess(*answer, &response.success, error))
         return std::nullopt;
@@ -179,7 +159,7 @@ std::optional<FirecrawlSearchResponse> decodeSearch(const QByteArray& body, QStr
 
 std::optional<FirecrawlMapResponse> decodeMap(const QByteArray& body, QString* error)
 {
-    const std::optional<QJsonObject> answer = objectBody(body, error);
+    const std::optional<QJsonObject> answer = parseJsonObject(body, error);
     FirecrawlMapResponse response;
     if (!answer || !decodeSuccess(*answer, &response.success, error))
         return std::nullopt;
@@ -191,7 +171,7 @@ std::optional<FirecrawlMapResponse> decodeMap(const QByteArray& body, QString* e
 std::optional<QString> errorMessage(const QByteArray& body)
 {
     QString ignored;
-    const std::optional<QJsonObject> answer = objectBody(body, &ignored);
+    const std::optional<QJsonObject> answer = parseJsonObject(body, &ignored);
     return answer ? optionalString(*answer, u"error"_s) : std::nullopt;
 }
 

@@ -1,6 +1,7 @@
 #include "tools/ResendTools.h"
 
 #include "core/HttpClient.h"
+#include "core/JsonValues.h"
 #include "store/KeychainManager.h"
 #include "tools/BuiltInToolDefinitions.h"
 #include "tools/IntegrationCatalogue.h"
@@ -13,21 +14,6 @@
 using namespace Qt::StringLiterals;
 
 namespace {
-
-std::optional<QJsonObject> objectBody(const QByteArray& body, QString* error)
-{
-    QJsonParseError parseError{};
-    const QJsonDocument document = QJsonDocument::fromJson(body, &parseError);
-    if (parseError.error != QJsonParseError::NoError) {
-        *error = u"%1 at offset %2"_s.arg(parseError.errorString()).arg(parseError.offset);
-        return std::nullopt;
-    }
-    if (!document.isObject()) {
-        *error = u"the answer is not a JSON object"_s;
-        return std::nullopt;
-    }
-    return document.object();
-}
 
 QJsonObject schemaOf(const QString& identifier)
 {
@@ -85,7 +71,7 @@ QJsonObject ResendEmailRequest::toJson() const
 std::optional<ResendEmailResponse> ResendResults::decodeResponse(const QByteArray& body,
                                                                  QString* error)
 {
-    const std::optional<QJsonObject> answer = objectBody(body, error);
+    const std::optional<QJsonObject> answer = parseJsonObject(body, error);
     if (!answer)
         return std::nullopt;
     const QJsonValue id = answer->value(u"id"_s);
@@ -102,7 +88,7 @@ std::optional<ResendEmailResponse> ResendResults::decodeResponse(const QByteArra
 std::optional<QString> ResendResults::errorMessage(const QByteArray& body)
 {
     QString ignored;
-    const std::optional<QJsonObject> answer = objectBody(body, &ignored);
+    const std::optional<QJsonObject> answer = parseJsonObject(body, &ignored);
     if (!answer || !answer->value(u"message"_s).isString())
         return std::nullopt;
     return answer->value(u"message"_s).toString();
