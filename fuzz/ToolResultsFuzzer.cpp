@@ -1,6 +1,7 @@
 // Answers of the outside services the built-in tools call, as arbitrary
 // bytes: every decoder either reads a record or says why not, and every
 // record it reads formats to a non-empty text for the assistant.
+#include "core/JsonValues.h"
 #include "tools/BraveSearchTools.h"
 #include "tools/FirecrawlTools.h"
 #include "tools/NotionBlocks.h"
@@ -83,7 +84,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     check(!ResendResults::emailTemplate(QString::fromUtf8(body)).isEmpty());
 
     error.clear();
-    const auto notion = NotionResults::decodeObject(body, &error);
+    const auto notion = parseJsonObject(body, &error);
     decoded(notion, error);
     (void)NotionResults::errorMessage(body);
     if (notion) {

@@ -1,16 +1,12 @@
 #include "tools/NotionResults.h"
 
+#include "core/JsonValues.h"
+
 #include <QJsonDocument>
 
 using namespace Qt::StringLiterals;
 
 namespace {
-
-std::optional<QString> optionalString(const QJsonObject& object, const QString& key)
-{
-    const QJsonValue value = object.value(key);
-    return value.isString() ? std::optional(value.toString()) : std::nullopt;
-}
 
 QString orNA(const std::optional<QString>& value)
 {
@@ -117,25 +113,10 @@ QStringList propertyLines(const QList<NotionProperty>& properties, const QString
 
 namespace NotionResults {
 
-std::optional<QJsonObject> decodeObject(const QByteArray& body, QString* error)
-{
-    QJsonParseError parseError{};
-    const QJsonDocument document = QJsonDocument::fromJson(body, &parseError);
-    if (parseError.error != QJsonParseError::NoError) {
-        *error = u"%1 at offset %2"_s.arg(parseError.errorString()).arg(parseError.offset);
-        return std::nullopt;
-    }
-    if (!document.isObject()) {
-        *error = u"the answer is not a JSON object"_s;
-        return std::nullopt;
-    }
-    return document.object();
-}
-
 std::optional<QString> errorMessage(const QByteArray& body)
 {
     QString ignored;
-    const std::optional<QJsonObject> answer = decodeObject(body, &ignored);
+    const std::optional<QJsonObject> answer = parseJsonObject(body, &ignored);
     return answer ? optionalString(*answer, u"message"_s) : std::nullopt;
 }
 

@@ -86,8 +86,6 @@ struct NotionResponse
 
 namespace NotionResults {
 
-// The answer as a JSON object; nothing, with `error` saying why, otherwise.
-std::optional<QJsonObject> decodeObject(const QByteArray& body, QString* error);
 // The "message" of Notion's error object.
 std::optional<QString> errorMessage(const QByteArray& body);
 

@@ -1,6 +1,7 @@
 #include "tools/NotionTools.h"
 
 #include "core/HttpClient.h"
+#include "core/JsonValues.h"
 #include "store/KeychainManager.h"
 #include "tools/BuiltInToolDefinitions.h"
 #include "tools/IntegrationCatalogue.h"
@@ -75,8 +76,7 @@ void request(const NotionSession& session, const QByteArray& method, const QStri
             return;
         }
         QString error;
-        const std::optional<QJsonObject> answer =
-            NotionResults::decodeObject(response.body, &error);
+        const std::optional<QJsonObject> answer = parseJsonObject(response.body, &error);
         if (!answer) {
             notionFailure(done, u"unreadable answer ("_s + error + u')');
             return;
