@@ -50,6 +50,15 @@ export class AuthService {
   }
 
   /**
+   * The user with this e-mail (any case), without creating one.
+   * @param {string} email
+   * @returns {UserRow | undefined}
+   */
+  findUser(email) {
+    return this.#userByEmail(email.trim().toLowerCase());
+  }
+
+  /**
    * Signs a user in after the login form: finds or creates them and issues a token pair, in one
    * transaction.
    * @param {{email: string, name?: string}} who

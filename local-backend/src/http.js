@@ -122,20 +122,38 @@ export function sendHtml(res, status, html, headers = {}) {
 }
 
 /**
- * Reads the whole request body, refusing (413) more than {@link MAX_BODY_BYTES}: at once when
- * Content-Length says so, else as soon as the count passes it.
+ * @param {import('node:http').ServerResponse} res
+ * @param {number} status
+ * @param {string} text
+ * @param {Record<string, string>} [headers]
+ */
+export function sendText(res, status, text, headers = {}) {
+  res.writeHead(status, {
+    'Content-Type': 'text/plain; charset=utf-8',
+    'Content-Length': Buffer.byteLength(text),
+    'Cache-Control': 'no-store',
+    'X-Content-Type-Options': 'nosniff',
+    ...headers,
+  });
+  res.end(text);
+}
+
+/**
+ * Reads the whole request body, refusing (413) more than `maxBytes` (by default
+ * {@link MAX_BODY_BYTES}): at once when Content-Length says so, else as soon as the count passes it.
  * @param {import('node:http').IncomingMessage} req
+ * @param {{maxBytes?: number}} [options]
  * @returns {Promise<Buffer>}
  */
-export function readBody(req) {
-  const tooLarge = () => new HttpError(413, `The request body is larger than ${MAX_BODY_BYTES} bytes`);
-  if (Number(req.headers['content-length']) > MAX_BODY_BYTES) return Promise.reject(tooLarge());
+export function readBody(req, { maxBytes = MAX_BODY_BYTES } = {}) {
+  const tooLarge = () => new HttpError(413, `The request body is larger than ${maxBytes} bytes`);
+  if (Number(req.headers['content-length']) > maxBytes) return Promise.reject(tooLarge());
   return new Promise((resolve, reject) => {
     const chunks = [];
     let size = 0;
     const onData = (chunk) => {
       size += chunk.length;
-      if (size > MAX_BODY_BYTES) {
+      if (size > maxBytes) {
         req.off('data', onData);
         reject(tooLarge());
       } else {

@@ -11,6 +11,7 @@ import { createRequestHandler } from './http.js';
 import { LiveCalls } from './liveCalls.js';
 import { liveToolRoutes } from './localTools.js';
 import { loginRoutes } from './loginPage.js';
+import { demoAccount, mcpRoutes } from './mcpServer.js';
 import { DEMO_EMAIL, seedDemo } from './seed.js';
 
 // How long a shutdown waits for requests in progress before cutting their connections.
@@ -26,7 +27,8 @@ const SHUTDOWN_GRACE_MS = 5000;
  * @property {FeedbackStore} feedback
  * @property {LiveCalls} liveCalls the calls in progress on the event socket
  * @property {() => Promise<void>} close closes the event socket (its calls stay open, to be
- *   continued after a restart), stops listening, lets requests finish, writes the database
+ *   continued after a restart) and the MCP sessions, stops listening, lets requests finish,
+ *   writes the database
  */
 
 /**
@@ -61,7 +63,15 @@ export async function startBackend({
     const liveCalls = new LiveCalls(calls, { resumeWindowSeconds, log });
     liveCalls.recover();
 
-    const routes = { ...loginRoutes(auth), ...authRoutes(auth), ...callRoutes(auth, calls), ...feedbackRoutes(auth, feedback) };
+    // The demo MCP server reads the demo account's calls; a sign-in check replaces `demoAccount`.
+    const mcp = mcpRoutes({ calls, accountFor: demoAccount(auth), log });
+    const routes = {
+      ...loginRoutes(auth),
+      ...authRoutes(auth),
+      ...callRoutes(auth, calls),
+      ...feedbackRoutes(auth, feedback),
+      ...mcp.routes,
+    };
     const server = http.createServer(createRequestHandler(routes, log));
     // Takes the /socket.io/ requests and upgrades; everything else goes on to the routes. It must
     // come after the request handler, which it wraps, so the routes that read its sessions join
@@ -90,6 +100,8 @@ export async function startBackend({
       liveCalls,
       close: async () => {
         eventSocket.close();
+        // Open MCP event streams would otherwise hold the server until the grace period ends.
+        mcp.close();
         await new Promise((resolve) => {
           server.close(() => resolve());
           server.closeIdleConnections();
