@@ -3,7 +3,7 @@
  * summary, tool calls for the client to run once the user approves them, and the suggestions of
  * agent mode. Nothing here is stored or sent; the event socket does that.
  */
-import { MISSING_TOOL, argumentsFor, remoteArguments, remoteToolNamed, requestFor, toolFor } from './assistantTools.js';
+import { MISSING_TOOL, argumentsFor, missingArguments, remoteArguments, remoteToolNamed, requestFor, toolFor } from './assistantTools.js';
 import { TOOL_RESULTS_PREFIX, fromToolResults } from './toolResults.js';
 import { analyze, bestSentences, capitalize, cleanSentence, isContentWord, listing, resolvePerson, splitSentences, tokenize } from './summarizer/index.js';
 import { actionItemOf } from './summarizer/actions.js';
@@ -69,7 +69,7 @@ export function reply(message, context) {
   if (text.startsWith(TOOL_RESULTS_PREFIX)) return fromToolResults(text.slice(TOOL_RESULTS_PREFIX.length), context.askedCalls);
 
   const remote = remoteToolNamed(text, context.enabledTools, context.toolDefinitions);
-  if (remote) return remoteRequest(text, remote, context);
+  if (remote && (remote.explicit || !leftToOwnAnswer(text, remote.mention))) return remoteRequest(text, remote, context);
   let match = SEARCH_INTENT.exec(text) ?? SEARCH_AROUND.exec(text);
   if (match) return searchRequest(match[1], context);
   if (TEMPLATE_INTENT.test(text)) return templateRequest(text, context);
@@ -357,11 +357,33 @@ function notesContent(summary) {
   return lines.join('\n');
 }
 
+// The call in progress, as opposed to the past calls a remote tool may know of.
+const THIS_CALL = /\b(?:this|the current) call\b|\b(?:so far|just now|right now)\b/i;
+
+/**
+ * Whether a message that names a remote tool only by its words ("action items", "search
+ * calls") is still one of the assistant's own requests once those words are left out: a web
+ * search, an e-mail, a Notion page, a template ("email the action items to …"), or a question
+ * about the call in progress ("the action items so far").
+ */
+function leftToOwnAnswer(text, mention) {
+  const rest = requestFor(text, mention);
+  const ownTool = [SEARCH_INTENT, SEARCH_AROUND, TEMPLATE_INTENT, EMAIL_INTENT, NOTION_INTENT].some((intent) => intent.test(rest));
+  return ownTool || THIS_CALL.test(text);
+}
+
 /** A tool of a remote server that the user named: asked to do what the rest of the message says. */
 function remoteRequest(text, { name, mention, definition }, context) {
-  const request = requestFor(text, mention);
+  const parameters = remoteArguments(definition, requestFor(text, mention));
   const shown = definition?.displayName ? `**${definition.displayName}** (\`${name}\`)` : `\`${name}\``;
-  return toolRequest(context, name, remoteArguments(definition, request), `I can ask ${shown}: “${request}”. Approve it and I will go through what it returns.`);
+  const missing = missingArguments(definition, parameters);
+  if (missing.length > 0) {
+    const example = `${definition?.displayName ?? name} ${missing.map((p) => `<${p}>`).join(' ')}`;
+    return { content: `${shown} needs ${listing(missing.map((p) => `\`${p}\``))}, which your message does not give. Ask again with it, for example “use ${example}”.`, type: 'help' };
+  }
+  const given = Object.entries(parameters).filter(([, v]) => typeof v === 'string' || typeof v === 'number');
+  const content = given.length > 0 ? `I can run ${shown} with ${listing(given.map(([k, v]) => `${k} “${v}”`))}.` : `I can run ${shown}.`;
+  return toolRequest(context, name, parameters, `${content} Approve it and I will go through what it returns.`);
 }
 
 // Capitalized words that are not names to look up: sentence openers, titles, acronyms everyone

@@ -5,7 +5,7 @@
  */
 import { isPlainObject } from './payload.js';
 import { requiredParameters } from './localTools.js';
-import { STOP_WORDS } from './summarizer/text.js';
+import { STOP_WORDS, stem } from './summarizer/text.js';
 
 /**
  * The kinds of tool the assistant asks for. The client's built-in tools come first, in the
@@ -186,25 +186,82 @@ const wordsIn = (text) => spaced(text).split(' ').filter(Boolean);
 const escapeRegExp = (text) => text.replace(/[.*+?^${}()|[\]\\]/g, '\\$&');
 const containsPhrase = (text, phrase) => phrase.length >= 3 && new RegExp(`(?:^|\\W)${escapeRegExp(phrase)}(?:$|\\W)`).test(text);
 
+// Words before a tool's name that say to run it: "use search calls to …".
+const USE_BEFORE = /(?:^|\W)(?:use|using|run|call|try|with|via|through)\s+(?:the\s+|my\s+|our\s+|a\s+)?$/;
+const stems = (words) => words.map(stem);
+
 /**
- * The enabled remote server tool that a message names: by its identifier (with or without
- * "mcp_"), by its display name, or by its server (the word after "mcp_") together with, when the
- * server has several tools, the words of the tool's name or description. Returns the tool and
- * the phrase that named it, or undefined.
+ * The phrases a remote tool goes by besides its identifier: its own name (the display name the
+ * client sends, else the identifier without "mcp_") and every ending of it two words or longer
+ * that says more than generic words: "search calls", "call summary", "action items".
+ */
+function toolPhrases(tool) {
+  const names = [tool.definition?.displayName, tool.name.replace(/^mcp_/i, '')].filter(Boolean).map(wordsIn);
+  const phrases = new Map();
+  for (const words of names) {
+    for (let i = 0; i + 2 <= words.length; i += 1) {
+      const ending = words.slice(i);
+      if (ending.every((w) => GENERIC_WORDS.has(w) || STOP_WORDS.has(w))) continue;
+      phrases.set(ending.join(' '), ending);
+    }
+  }
+  return [...phrases.values()];
+}
+
+// Words that may stand between a phrase's words: "search the calls", "search my calls".
+const FILLERS = new Set(['the', 'my', 'our', 'all', 'a', 'an']);
+
+// Where a phrase stands in the message's words, plurals and fillers aside: the span (how many
+// words it covers, and how many of the phrase's), or undefined.
+function spanOf(messageWords, phrase) {
+  const wanted = stems(phrase);
+  const have = stems(messageWords);
+  for (let start = 0; start < have.length; start += 1) {
+    let at = start;
+    let matched = 0;
+    while (matched < wanted.length && at < have.length) {
+      if (have[at] === wanted[matched]) matched += 1;
+      else if (matched === 0 || !FILLERS.has(have[at])) break;
+      at += 1;
+    }
+    if (matched === wanted.length) return { start, length: at - start, words: wanted.length };
+  }
+  return undefined;
+}
+
+/**
+ * The enabled remote server tool that a message names. Named outright (`explicit`): by its
+ * identifier (with or without "mcp_"), its own name as written with underscores, a name or
+ * phrase of it after "use", "run", "with"…, or its server after "use", "ask", "in"… (together
+ * with, when the server has several tools, the words of the tool's name or description). Named
+ * by its words: its display name, or its own name or an ending of it, plurals aside ("search
+ * calls", "call summary", "action items"); a request of the assistant's own kinds keeps those.
+ * Returns the tool and the words that named it, or undefined.
  * @param {string} message
  * @param {string[]} enabledTools
  * @param {import('./localTools.js').ToolDefinition[] | undefined} definitions
- * @returns {{name: string, mention: string, definition?: import('./localTools.js').ToolDefinition} | undefined}
+ * @returns {{name: string, mention: string, explicit: boolean,
+ *            definition?: import('./localTools.js').ToolDefinition} | undefined}
  */
 export function remoteToolNamed(message, enabledTools, definitions) {
   const text = spaced(message);
+  const lower = message.toLowerCase();
   const remote = enabledTools.filter(isRemote).map((name) => ({ name, definition: (definitions ?? []).find((d) => d.name === name) }));
   for (const tool of remote) {
     const bare = tool.name.replace(/^mcp_/i, '');
-    for (const phrase of [tool.name, bare, tool.definition?.displayName].filter(Boolean).map(spaced)) {
-      if (containsPhrase(text, phrase)) return { ...tool, mention: phrase };
+    for (const phrase of [tool.name, bare].map(spaced)) {
+      if (containsPhrase(text, phrase)) return { ...tool, mention: phrase, explicit: true };
     }
   }
+  // The own name as written in code ("search_calls") is unmistakable; its words are matched below.
+  for (const tool of remote) {
+    const own = tool.definition?.displayName?.toLowerCase();
+    if (own && /^[a-z0-9]+(?:_[a-z0-9]+)+$/.test(own) && new RegExp(`(?:^|[^\\w])${escapeRegExp(own)}(?:$|[^\\w])`).test(lower)) {
+      return { ...tool, mention: spaced(own), explicit: true };
+    }
+  }
+  const byWords = remoteToolByWords(message, remote);
+  if (byWords) return byWords;
   // A server is named when the user says to use it ("ask the kb server …", "… in Linear"), not
   // when its name merely comes up ("search the web for Acme pricing" beside an "mcp_acme_…").
   const serverOf = (name) => wordsIn(name.replace(/^mcp_/i, ''))[0] ?? '';
@@ -218,16 +275,37 @@ export function remoteToolNamed(message, enabledTools, definitions) {
   const overlap = (tool) =>
     new Set([...wordsIn(tool.name.replace(/^mcp_/i, '')).slice(1), ...wordsIn(tool.definition?.description ?? '')].filter((w) => messageWords.has(w) && !STOP_WORDS.has(w))).size;
   const best = named.reduce((a, b) => (overlap(b) > overlap(a) ? b : a));
-  return { ...best, mention: serverOf(best.name) };
+  return { ...best, mention: serverOf(best.name), explicit: true };
+}
+
+// The tool whose display name or own name's words the message says, the longest phrase first;
+// explicit when "use" or the like comes right before it.
+function remoteToolByWords(message, remote) {
+  const words = message
+    .toLowerCase()
+    .replace(/[_\-.]+/g, ' ')
+    .split(/[^\p{L}\p{N}']+/u)
+    .filter(Boolean);
+  let best;
+  for (const tool of remote) {
+    for (const phrase of toolPhrases(tool)) {
+      const span = spanOf(words, phrase);
+      if (span && (!best || span.words > best.span.words || (span.words === best.span.words && span.start < best.span.start))) best = { tool, span };
+    }
+  }
+  if (!best) return undefined;
+  const said = words.slice(best.span.start, best.span.start + best.span.length);
+  const before = words.slice(0, best.span.start).join(' ');
+  return { ...best.tool, mention: said.join(' '), explicit: USE_BEFORE.test(before ? `${before} ` : '') };
 }
 
 // Words around a tool's mention that say "use it" rather than what to ask it.
 const ASIDE_WORDS = new Set(`please can could would will you use using run call ask with via through in on from the my our
-  tool server mcp to for about and let me have`.split(/\s+/));
+  tool server mcp to for about and let me have find show give get fetch look`.split(/\s+/));
 
 /**
  * What a message asks of a remote tool: the message without the tool's mention and the words
- * that only say to use it ("use the kb tool to …").
+ * that only say to use it ("use the kb tool to …"); empty when it says nothing more.
  */
 export function requestFor(message, mention) {
   const words = message
@@ -248,22 +326,47 @@ export function requestFor(message, mention) {
   const plain = (w) => w.toLowerCase().replace(/[,:;'"“”]+/g, '');
   while (kept.length > 0 && ASIDE_WORDS.has(plain(kept[0]))) kept.shift();
   while (kept.length > 0 && ASIDE_WORDS.has(plain(kept.at(-1)))) kept.pop();
-  return kept.join(' ').replace(/^[,:;\s]+|[,:;\s]+$/g, '') || message.trim();
+  return kept.join(' ').replace(/^[,:;\s]+|[,:;\s]+$/g, '');
 }
 
+// An argument that names a record by its id takes an id from the request and nothing else.
+const ID_PARAMETER = /(?:^|_)id$|[a-z]Id$/;
+const ID_TOKEN = /(?<![\w-])(?=[\w-]*\d)[a-z0-9][\w-]{5,}(?![\w-])/i;
+
 /**
- * The arguments of a remote tool asked to do `request`: the request in its most fitting string
- * argument, the schema's defaults in the other required ones. A tool without a schema of its own
- * (one that takes any arguments) gets it as "query"; one that takes none gets none.
+ * The arguments of a remote tool asked to do `request`: an id in the request under the tool's id
+ * argument, else the request in its most fitting string argument, and the schema's defaults in
+ * the other required ones. A tool without a schema of its own (one that takes any arguments)
+ * gets the request as "query"; one that takes none, or a request that says nothing more than
+ * the tool's name, gets none of it.
  * @param {import('./localTools.js').ToolDefinition | undefined} definition
  * @param {string} request
  */
 export function remoteArguments(definition, request) {
   const schema = definition?.parameters;
   const properties = isPlainObject(schema) && isPlainObject(schema.properties) ? schema.properties : {};
-  if (Object.keys(properties).length === 0) return isPlainObject(schema) && schema.additionalProperties === false ? {} : { query: request };
-  const args = argumentsFor([definition], definition.name, { query: request }, { main: 'query' });
-  if (Object.keys(args).some((k) => args[k] === request)) return args;
-  const anyString = Object.keys(properties).find((p) => typeOf(properties[p]) === 'string');
+  if (Object.keys(properties).length === 0) {
+    return !request || (isPlainObject(schema) && schema.additionalProperties === false) ? {} : { query: request };
+  }
+  const isId = (p) => ID_PARAMETER.test(p) && typeOf(properties[p]) === 'string';
+  const idParameter = Object.keys(properties).find(isId);
+  const id = idParameter && ID_TOKEN.exec(request)?.[0];
+  if (id) return { ...argumentsFor([definition], definition.name, {}), [idParameter]: id };
+  const args = argumentsFor([definition], definition.name, request ? { query: request } : {}, request ? { main: 'query' } : {});
+  for (const p of Object.keys(args)) if (isId(p)) delete args[p];
+  if (!request || Object.keys(args).some((k) => args[k] === request)) return args;
+  const anyString = Object.keys(properties).find((p) => typeOf(properties[p]) === 'string' && !isId(p));
   return anyString ? { ...args, [anyString]: request } : args;
+}
+
+/**
+ * The required arguments of a remote tool that a call leaves out and the schema gives no default
+ * for: what the user has to say before the call can be made.
+ * @param {import('./localTools.js').ToolDefinition | undefined} definition
+ * @param {Record<string, unknown>} args
+ */
+export function missingArguments(definition, args) {
+  const schema = definition?.parameters;
+  const required = isPlainObject(schema) && Array.isArray(schema.required) ? schema.required : [];
+  return required.filter((p) => typeof p === 'string' && !(p in args));
 }

@@ -6,7 +6,7 @@
  * sentence; that is still read.
  */
 import { analyze, bestSentences, cleanSentence, listing } from './summarizer/index.js';
-import { kindOf } from './assistantTools.js';
+import { isRemote, kindOf } from './assistantTools.js';
 
 /** What the client puts before the output of tools it ran, sent back as a chat message. */
 export const TOOL_RESULTS_PREFIX = 'Here are the tool execution results:';
@@ -17,6 +17,8 @@ const BLOCK_MARK = /(?:^|\n)[ \t]*Tool (Result|Error):[ \t]*(?:\n|$)/g;
 const MAX_ENTRIES = 5;
 const MAX_QUOTE_LINES = 8;
 const MAX_QUOTE_CHARS = 600;
+// A remote server's tool writes its answer for a person to read: more of it is shown.
+const REMOTE_QUOTE = { maxLines: 40, maxChars: 3000 };
 const MAX_LINE_CHARS = 220;
 const MAX_ERROR_CHARS = 300;
 
@@ -62,7 +64,10 @@ export function fromToolResults(rest, asked = []) {
     const call = calls[i];
     const kind = call ? kindOf(call.name) : guessKind(block.content);
     if (!block.ok) failures.push(failureLine(kind, call?.name, block.content, blocks.length));
-    else quotes.push([heading(kind, call, blocks.filter((b) => b.ok).length), '', ...quoted(block.content)].join('\n'));
+    else {
+      const limits = call && isRemote(call.name) ? REMOTE_QUOTE : undefined;
+      quotes.push([heading(kind, call, blocks.filter((b) => b.ok).length), '', ...quoted(block.content, limits)].join('\n'));
+    }
   });
   const paragraphs = [...failures, ...quotes];
   if (quotes.length === 0) paragraphs.push('Nothing came back that I can use. Check the tool under Integrations and try again.');
@@ -106,8 +111,10 @@ function heading(kind, call, count) {
 /**
  * A tool's output, quoted short: search results ("Title:", "Description:", "URL:" entries, or
  * numbered bold titles) as a list of links, anything else as a blockquote of its first lines.
+ * @param {string} content
+ * @param {{maxLines: number, maxChars: number}} [limits] how much of a blockquote to show
  */
-export function quoted(content) {
+export function quoted(content, { maxLines = MAX_QUOTE_LINES, maxChars = MAX_QUOTE_CHARS } = {}) {
   if (!content.trim()) return ['> (no output)'];
   const entries = titledEntries(content);
   if (entries.length > 0) {
@@ -126,12 +133,12 @@ export function quoted(content) {
     .map((l) => l.trim())
     .filter(Boolean);
   for (const line of all) {
-    if (lines.length >= MAX_QUOTE_LINES || used >= MAX_QUOTE_CHARS) break;
-    const cut = firstLines(line, Math.min(MAX_LINE_CHARS, MAX_QUOTE_CHARS - used + 1));
+    if (lines.length >= maxLines || used >= maxChars) break;
+    const cut = firstLines(line, Math.min(MAX_LINE_CHARS, maxChars - used + 1));
     lines.push(`> ${cut}`);
     used += cut.length;
   }
-  if (lines.length < all.length || used >= MAX_QUOTE_CHARS) lines.push('> …');
+  if (lines.length < all.length || used >= maxChars) lines.push('> …');
   return lines;
 }
 
