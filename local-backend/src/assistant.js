@@ -369,7 +369,15 @@ const THIS_CALL = /\b(?:this|the current) call\b|\b(?:so far|just now|right now)
 function leftToOwnAnswer(text, mention) {
   const rest = requestFor(text, mention);
   const ownTool = [SEARCH_INTENT, SEARCH_AROUND, TEMPLATE_INTENT, EMAIL_INTENT, NOTION_INTENT].some((intent) => intent.test(rest));
-  return ownTool || THIS_CALL.test(text);
+  return ownTool || THIS_CALL.test(text) || asksAboutThisCall(text);
+}
+
+// A question that names no call at all ("what are the action items?") is asked of the call in
+// progress; a remote tool answers it only when the question points at other calls.
+const QUESTION = /^\s*(?:what(?:'s| is| are)?|which|who|how|any|are there|is there|did|do|does|have)\b/i;
+const NAMES_A_CALL = /\b(?:calls?|meetings?|conversations?)\b/i;
+function asksAboutThisCall(text) {
+  return QUESTION.test(text) && !NAMES_A_CALL.test(text);
 }
 
 /** A tool of a remote server that the user named: asked to do what the rest of the message says. */

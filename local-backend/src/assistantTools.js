@@ -17,7 +17,7 @@ const TOOL_KINDS = {
   search: {
     builtIn: ['brave_web_search', 'firecrawl_search'],
     matches: /search|google|bing|serp|tavily|perplexity|brave|browse|web|lookup/i,
-    excludes: /notion|local_search|resend|template|firecrawl_(?:scrape|map)/i,
+    excludes: /notion|local_search|resend|template|firecrawl_(?:scrape|map)|calls?(?:_|$)/i,
     prefer: /search/i,
   },
   email: {

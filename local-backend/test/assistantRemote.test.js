@@ -42,6 +42,7 @@ test('a remote tool named by its name, its words or "use …" is asked for, with
     ['Show me the action items of my recent calls', WITH_BUILT_INS, ACTIONS, {}],
     ['action items from call c9b3b471', WITH_BUILT_INS, ACTIONS, { call_id: 'c9b3b471' }],
     ['use list_action_items', DEMO, ACTIONS, {}],
+    ['What are the action items from my past calls?', DEMO, ACTIONS, {}],
     // The assistant's own kinds of request keep them, unless the remote tool is named outright.
     ['Search the web for call summary templates', WITH_BUILT_INS, 'brave_web_search', { query: 'call summary templates' }],
     ['Save the call summary to Notion', WITH_BUILT_INS, 'notion_create_page', null],
@@ -64,6 +65,9 @@ test('no remote tool is asked for when it is not enabled, not named, or the mess
     ['List action items', [SEARCH], 'answer', /^\*\*Action items so far\*\*/],
     // Questions about the call in progress are the assistant's own.
     ['What are the action items so far?', DEMO, 'answer', /^\*\*Action items so far\*\*/],
+    ['What are the action items?', DEMO, 'answer', /^\*\*Action items so far\*\*/],
+    // A remote tool that searches calls is no web search.
+    ['Search the web for Acme', DEMO, 'help', /^Web search is not enabled/],
     ['Give me a summary of this call', DEMO, 'answer', /^\*\*Summary so far\*\*/],
     // One word of a tool's name is not its name.
     ['What did they say about calls?', DEMO, 'help', /^I could not find anything about that/],
