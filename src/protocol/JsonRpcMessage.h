@@ -24,13 +24,13 @@ struct JsonRpcMessage
     };
 
     Kind kind = Kind::Notification;
-    QJsonValue id;     // a number or a string; null for notifications
-    QString method;    // requests and notifications
-    QJsonValue params; // an object or an array; undefined when absent
-    QJsonValue result; // results
+    QJsonValue id;                             // a number or a string; null for notifications
+    QString method;                            // requests and notifications
+    QJsonValue params = QJsonValue::Undefined; // an object or an array; undefined when absent
+    QJsonValue result;                         // results
     qint64 errorCode = 0;
     QString errorMessage;
-    QJsonValue errorData; // undefined when absent
+    QJsonValue errorData = QJsonValue::Undefined; // undefined when absent
 
     static JsonRpcDecoded decode(QByteArrayView bytes);
     // Compact JSON text.
