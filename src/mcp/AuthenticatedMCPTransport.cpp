@@ -289,7 +289,7 @@ void AuthenticatedMCPTransport::classify(const QByteArray& data)
     const QJsonValue tools = message.value("params"_L1).toObject().value("tools"_L1);
     if (message.value("method"_L1) == "tools/list"_L1 && tools.isArray()) {
         QStringList names;
-        for (const QJsonValue& tool : tools.toArray()) {
+        for (const auto& tool : tools.toArray()) {
             const QJsonValue name = tool.toObject().value("name"_L1);
             if (!name.isString()) {
                 qCWarning(lcMcp).noquote()

@@ -72,7 +72,7 @@ std::optional<McpCallResult> McpCallResult::fromJson(const QJsonValue& result)
     call.isError = object.value("isError"_L1).toBool(false);
     const QJsonArray content = object.value("content"_L1).toArray();
     QStringList parts;
-    for (const QJsonValue& item : content)
+    for (const auto& item : content)
         parts.append(contentText(item.toObject()));
     call.text = parts.join(u'\n');
     if (content.isEmpty() && object.value("structuredContent"_L1).isObject())
@@ -183,39 +183,37 @@ void McpClient::listTools(std::function<void(const McpResult<QList<McpTool>>&)> 
         QJsonObject params;
         if (cursor)
             params.insert("cursor"_L1, *cursor);
-        request(
-            u"tools/list"_s, params,
-            [this, listing = weak.lock()](const McpResult<QJsonValue>& answer) {
-                if (const auto* failure = std::get_if<QString>(&answer)) {
-                    listing->done(*failure);
-                    return;
-                }
-                const QJsonObject page = std::get<QJsonValue>(answer).toObject();
-                for (const QJsonValue& json : page.value("tools"_L1).toArray()) {
-                    if (auto tool = McpTool::fromJson(json))
-                        listing->tools.append(std::move(*tool));
-                    else
-                        qCWarning(lcMcp) << "Skipping a tool without a name in tools/list";
-                }
-                ++listing->pages;
-                const QJsonValue nextCursor = page.value("nextCursor"_L1);
-                if (!nextCursor.isString() || nextCursor.toString().isEmpty()) {
-                    listing->done(listing->tools);
-                    return;
-                }
-                const QString cursor = nextCursor.toString();
-                if (listing->cursors.contains(cursor) || listing->pages >= maxToolPages) {
-                    const QString why =
-                        u"tools/list gave the cursor \"%1\" again after %2 pages; the list never ends"_s
-                            .arg(cursor)
-                            .arg(listing->pages);
-                    qCWarning(lcMcp).noquote() << why;
-                    listing->done(why);
-                    return;
-                }
-                listing->cursors.insert(cursor);
-                listing->next(cursor);
-            });
+        request(u"tools/list"_s, params, [listing = weak.lock()](const McpResult<QJsonValue>& answer) {
+            if (const auto* failure = std::get_if<QString>(&answer)) {
+                listing->done(*failure);
+                return;
+            }
+            const QJsonObject page = std::get<QJsonValue>(answer).toObject();
+            for (const auto& json : page.value("tools"_L1).toArray()) {
+                if (auto tool = McpTool::fromJson(json))
+                    listing->tools.append(std::move(*tool));
+                else
+                    qCWarning(lcMcp) << "Skipping a tool without a name in tools/list";
+            }
+            ++listing->pages;
+            const QJsonValue nextCursor = page.value("nextCursor"_L1);
+            if (!nextCursor.isString() || nextCursor.toString().isEmpty()) {
+                listing->done(listing->tools);
+                return;
+            }
+            const QString cursor = nextCursor.toString();
+            if (listing->cursors.contains(cursor) || listing->pages >= maxToolPages) {
+                const QString why =
+                    u"tools/list gave the cursor \"%1\" again after %2 pages; the list never ends"_s
+                        .arg(cursor)
+                        .arg(listing->pages);
+                qCWarning(lcMcp).noquote() << why;
+                listing->done(why);
+                return;
+            }
+            listing->cursors.insert(cursor);
+            listing->next(cursor);
+        });
     };
     listing->next(std::nullopt);
 }
@@ -292,43 +290,43 @@ void McpClient::notify(const QString& method, const QJsonObject& params)
     });
 }
 
-void McpClient::received(const QByteArray& bytes)
+void McpClient::received(const QByteArray& message)
 {
-    const auto decoded = JsonRpcMessage::decode(bytes);
+    const auto decoded = JsonRpcMessage::decode(message);
     if (!decoded.ok()) {
         qCWarning(lcMcp).noquote()
             << "MCP client ignores a message it cannot read:" << decoded.error << "-"
-            << bytes.left(500);
+            << message.left(500);
         return;
     }
-    const JsonRpcMessage& message = *decoded.value;
-    switch (message.kind) {
+    const JsonRpcMessage& rpc = *decoded.value;
+    switch (rpc.kind) {
     case JsonRpcMessage::Kind::Result:
     case JsonRpcMessage::Kind::Error: {
-        const QJsonValue id = message.id;
+        const QJsonValue id = rpc.id;
         const double number = id.toDouble(-1);
         if (!id.isDouble() || number < 1 || number >= static_cast<double>(m_nextId) ||
             !m_pending.contains(static_cast<qint64>(number))) {
             qCWarning(lcMcp).noquote()
-                << "MCP client got an answer to no request of its own:" << bytes.left(500);
+                << "MCP client got an answer to no request of its own:" << message.left(500);
             return;
         }
         const auto key = static_cast<qint64>(number);
-        if (message.kind == JsonRpcMessage::Kind::Result)
-            finish(key, message.result);
+        if (rpc.kind == JsonRpcMessage::Kind::Result)
+            finish(key, rpc.result);
         else
-            finish(key, mcpError(message.errorCode, message.errorMessage));
+            finish(key, mcpError(rpc.errorCode, rpc.errorMessage));
         return;
     }
     case JsonRpcMessage::Kind::Request: {
         // The server may ask the client too; this client offers nothing but ping.
         const JsonRpcMessage answer =
-            message.method == "ping"_L1
-                ? JsonRpcMessage::response(message.id, QJsonObject())
-                : JsonRpcMessage::errorResponse(message.id, JsonRpcError::methodNotFound,
-                                                u"Method not found: "_s + message.method);
-        if (message.method != "ping"_L1)
-            qCInfo(lcMcp).noquote() << "MCP client refuses the server's request" << message.method;
+            rpc.method == "ping"_L1
+                ? JsonRpcMessage::response(rpc.id, QJsonObject())
+                : JsonRpcMessage::errorResponse(rpc.id, JsonRpcError::methodNotFound,
+                                                u"Method not found: "_s + rpc.method);
+        if (rpc.method != "ping"_L1)
+            qCInfo(lcMcp).noquote() << "MCP client refuses the server's request" << rpc.method;
         m_transport->send(answer.encode(), [](const std::optional<QString>& error) {
             if (error)
                 qCWarning(lcMcp).noquote() << "MCP client could not answer the server:" << *error;
@@ -336,8 +334,8 @@ void McpClient::received(const QByteArray& bytes)
         return;
     }
     case JsonRpcMessage::Kind::Notification: {
-        const QString method = message.method;
-        const QJsonObject params = message.params.toObject();
+        const QString method = rpc.method;
+        const QJsonObject params = rpc.params.toObject();
         QPointer<McpClient> self(this);
         Q_EMIT notificationReceived(method, params);
         if (self && method == "notifications/tools/list_changed"_L1)

@@ -93,7 +93,7 @@ private Q_SLOTS:
         QVERIFY(transport->messagePostUrl().query().startsWith(u"sessionId="_s));
         QCOMPARE(transport->messagePostUrl().port(), server.sseUrl().port());
         // Tools registered once the client said it is initialized are announced.
-        QTRY_VERIFY(listChanged.size() >= 1);
+        QTRY_VERIFY(!listChanged.isEmpty());
 
         const auto listed =
             wait<QList<McpTool>>([&](auto done) { client.listTools(std::move(done)); });
