@@ -12,6 +12,8 @@ Rectangle {
     required property var configurationManager
     required property var integrationModel
     required property var apiKeyForm
+    // MCPRemoteService (or a stand-in); without it the remote servers are not shown.
+    property var mcpService: null
 
     // The icons' named tints, in tones that read on every theme.
     readonly property var tints: ({
@@ -20,6 +22,11 @@ Rectangle {
     })
 
     color: Theme.background
+
+    Component.onCompleted: {
+        if (mcpService !== null)
+            console.info("[IntegrationsPage]: Using global MCP service (setup handled in ContentView)")
+    }
 
     // The objectName suffix of an integration: its name without spaces.
     function keyOf(name) { return name.replace(/ /g, "_") }
@@ -258,6 +265,14 @@ Rectangle {
                         }
                     }
                 }
+            }
+
+            RemoteMcpSection {
+                Layout.fillWidth: true
+                Layout.leftMargin: Theme.padding
+                Layout.rightMargin: Theme.padding
+                visible: root.mcpService !== null
+                mcpService: root.mcpService
             }
         }
     }

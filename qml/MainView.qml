@@ -81,7 +81,8 @@ Rectangle {
                 pageServices: ({
                     configurationManager: root.services.configurationManager,
                     integrationModel: root.services.integrationListModel,
-                    apiKeyForm: root.services.apiKeyConfigurationForm
+                    apiKeyForm: root.services.apiKeyConfigurationForm,
+                    mcpService: root.services.mcpService
                 })
             }
             Section {

@@ -115,6 +115,7 @@ QuillmossApp::QuillmossApp(AppOptions options, QObject* parent)
     screens.clipboard = m_clipboard.get();
     screens.chatController = &m_services->chat();
     screens.chatMarkdown = m_chatMarkdown.get();
+    screens.mcpService = &m_services->mcpService();
 }
 
 QuillmossApp::~QuillmossApp()

@@ -20,6 +20,7 @@ class ConfigurationManager;
 class ContentView;
 class FeedbackForm;
 class IntegrationListModel;
+class MCPRemoteService;
 class ModelCatalogueModel;
 class ModelDownloader;
 class PostHogService;
@@ -45,6 +46,7 @@ Q_MOC_INCLUDE("app/UpdateManager.h")
 Q_MOC_INCLUDE("app/WindowState.h")
 Q_MOC_INCLUDE("audio/AudioDeviceManager.h")
 Q_MOC_INCLUDE("call/CallController.h")
+Q_MOC_INCLUDE("mcp/MCPRemoteService.h")
 Q_MOC_INCLUDE("call/TranscriptionViewModel.h")
 Q_MOC_INCLUDE("chat/ChatController.h")
 Q_MOC_INCLUDE("models/ModelCatalogueModel.h")
@@ -85,6 +87,7 @@ class ScreenServices : public QObject
     Q_PROPERTY(Clipboard* clipboard MEMBER clipboard CONSTANT)
     Q_PROPERTY(ChatController* chatController MEMBER chatController CONSTANT)
     Q_PROPERTY(ChatMarkdown* chatMarkdown MEMBER chatMarkdown CONSTANT)
+    Q_PROPERTY(MCPRemoteService* mcpService MEMBER mcpService CONSTANT)
 
 public:
     // The property of a window's root that receives the services.
@@ -115,6 +118,7 @@ public:
     Clipboard* clipboard = nullptr;
     ChatController* chatController = nullptr;
     ChatMarkdown* chatMarkdown = nullptr;
+    MCPRemoteService* mcpService = nullptr;
 
 private:
     explicit ScreenServices(QObject* parent) : QObject(parent) {}

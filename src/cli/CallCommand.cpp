@@ -33,7 +33,7 @@ namespace {
 const auto usage =
     u"call --live | --audio FILE | --transcript FILE [--pace S] [--no-backend] [--duration S]\n"
     u"     [--model NAME|PATH] [--agent-mode] [--ask TEXT]... [--approve all|none]\n"
-    u"     [--export-chat FILE]\n"_s;
+    u"     [--export-chat FILE] [--mcp NAME]...\n"_s;
 
 // After a transcript's last line or a recording's end: time for the backend's answers.
 constexpr int answerGraceMs = 5000;
@@ -420,6 +420,10 @@ int run(CliContext& context, const QStringList& arguments)
          u"all|none"_s, u"none"_s},
         {u"export-chat"_s, u"Write the conversation as Markdown to FILE as the call ends."_s,
          u"FILE"_s},
+        {u"mcp"_s,
+         u"Connect this remote MCP server before the call, so that the assistant may ask for its "
+         u"tools (repeatable)."_s,
+         u"NAME"_s},
     });
     if (const auto wrong = context.parseOptionsOnly(parser, u"call"_s, arguments, usage))
         return *wrong;
@@ -487,6 +491,10 @@ int run(CliContext& context, const QStringList& arguments)
         options.makeCapture = [&capture] { return std::move(capture); };
         options.callsUseBackend = withBackend;
     });
+    // Before the session starts: its first tool document carries their tools.
+    if (const std::optional<QString> error =
+            connectMcpIntegrations(*services, parser.values(u"mcp"_s)))
+        return context.fail(error.value());
     // The model: a file as given, a catalogue name already downloaded, or by
     // default the call model, downloaded when missing (as the app does at start).
     ModelDownloader& downloader = services->modelDownloader();

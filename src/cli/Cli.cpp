@@ -28,7 +28,7 @@ QList<Subcommand> subcommands()
             modelsSubcommand(),   callSubcommand(),     transcribeSubcommand(),
             loginSubcommand(),    logoutSubcommand(),   whoamiSubcommand(),
             historySubcommand(),  feedbackSubcommand(), integrationsSubcommand(),
-            toolsSubcommand(),    benchSubcommand()};
+            toolsSubcommand(),    mcpSubcommand(),      benchSubcommand()};
 }
 
 // The option's value, else the environment variable, else the build default.

@@ -114,3 +114,9 @@ Subcommand historySubcommand();
 Subcommand feedbackSubcommand();
 Subcommand integrationsSubcommand();
 Subcommand toolsSubcommand();
+Subcommand mcpSubcommand();
+
+// Connects the named remote MCP integrations, one after the other, and waits
+// for each one's tools to be discovered (and registered); the first failure's
+// text otherwise.
+std::optional<QString> connectMcpIntegrations(Services& services, const QStringList& names);

@@ -4,6 +4,7 @@
 #include "tools/ConfigurationManager.h"
 #include "tools/LocalToolManager.h"
 
+#include <QCommandLineParser>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -12,10 +13,13 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
+// Remote "mcp_" tools exist only while their server is connected: --mcp NAME
+// connects one for this run (repeatable), as `call --mcp NAME` does for a call.
 const auto usage =
-    u"tools list [--json]         the tools the backend is told of (--json: the document as sent)\n"
-    u"tools run ID [JSON-ARGS]    one call, as an approved one runs; JSON-ARGS is an object, {} "
-    u"if omitted\n"_s;
+    u"tools list [--json] [--mcp NAME]...         the tools the backend is told of (--json: the "
+    u"document as sent); with --mcp, also that MCP server's \"mcp_\" tools\n"
+    u"tools run ID [JSON-ARGS] [--mcp NAME]...    one call, as an approved one runs; JSON-ARGS "
+    u"is an object, {} if omitted\n"_s;
 
 int list(CliContext& context, const ConfigurationManager& configuration, bool json)
 {
@@ -42,7 +46,8 @@ int list(CliContext& context, const ConfigurationManager& configuration, bool js
     return ExitDone;
 }
 
-int runTool(CliContext& context, const QString& identifier, const QString& argumentsText)
+int runTool(CliContext& context, const QString& identifier, const QString& argumentsText,
+            const QStringList& servers)
 {
     QJsonParseError error{};
     const QJsonDocument parsed = QJsonDocument::fromJson(argumentsText.toUtf8(), &error);
@@ -51,6 +56,8 @@ int runTool(CliContext& context, const QString& identifier, const QString& argum
     if (!parsed.isObject())
         return context.fail(u"JSON-ARGS must be a JSON object: an array was given"_s);
     const std::unique_ptr<Services> services = context.makeServices();
+    if (const std::optional<QString> failure = connectMcpIntegrations(*services, servers))
+        return context.fail(failure.value());
     const ToolExecution execution =
         waitFor(services->localToolManager().executeTool(identifier, parsed.object())).result();
     if (!execution.success)
@@ -62,17 +69,23 @@ int runTool(CliContext& context, const QString& identifier, const QString& argum
 int run(CliContext& context, const QStringList& arguments)
 {
     const QString verb = arguments.value(0);
-    const qsizetype count = arguments.size();
-    if (verb == u"list"_s) {
-        const std::variant<bool, int> json =
-            context.parseJsonOnly(u"quillmoss tools list"_s, arguments.mid(1), usage);
-        if (const int* wrong = std::get_if<int>(&json))
-            return *wrong;
+    QCommandLineParser parser;
+    parser.addOption({u"json"_s, u"Machine-readable output."_s});
+    parser.addOption({u"mcp"_s, u"Connect this MCP server first (repeatable)."_s, u"NAME"_s});
+    if (!parser.parse(QStringList{u"quillmoss tools"_s} + arguments.mid(1)))
+        return context.usageError(parser.errorText(), usage);
+    const QStringList positional = parser.positionalArguments();
+    const qsizetype count = positional.size();
+    const QStringList servers = parser.values(u"mcp"_s);
+    if (verb == u"list"_s && count == 0) {
         const std::unique_ptr<Services> services = context.makeServices();
-        return list(context, services->configurationManager(), std::get<bool>(json));
+        if (const std::optional<QString> error = connectMcpIntegrations(*services, servers))
+            return context.fail(error.value());
+        return list(context, services->configurationManager(),
+                    context.json || parser.isSet(u"json"_s));
     }
-    if (verb == u"run"_s && (count == 2 || count == 3))
-        return runTool(context, arguments.at(1), count == 3 ? arguments.at(2) : u"{}"_s);
+    if (verb == u"run"_s && !parser.isSet(u"json"_s) && (count == 1 || count == 2))
+        return runTool(context, positional.at(0), count == 2 ? positional.at(1) : u"{}"_s, servers);
     return context.usageError(
         verb.isEmpty() ? u"tools needs a verb"_s : u"wrong use of tools %1"_s.arg(verb), usage);
 }

@@ -7,6 +7,8 @@
 
 #include "protocol/McpTransport.h"
 
+#include <QList>
+#include <QNetworkRequest>
 #include <QPointer>
 #include <QString>
 #include <QStringList>
@@ -43,4 +45,29 @@ public:
     // Names from the tool lists the server pushed as "tools/list" messages
     // without an id, newest list only; discovery polls it when tools/list fails.
     QStringList discoveredTools() const { return m_discoveredTools; }
+
+private:
+    void readHead();
+    void readBody();
+    void streamEnded();
+    void handleEvent(const QString& type, const QByteArray& data);
+    void takeEndpoint(const QByteArray& data);
+    void classify(const QByteArray& data);
+    void finishOpen(const std::optional<QString>& error);
+    void dropStream();
+    // Runs `done` from the event loop, unless this transport is gone by then.
+    void later(Done done, const std::optional<QString>& error);
+    QNetworkRequest requestFor(const QUrl& url) const;
+
+    const QUrl m_sseConnectUrl;
+    QUrl m_messagePostUrl;
+    const std::optional<QString> m_authToken;
+    std::unique_ptr<QNetworkAccessManager> m_network;
+    std::unique_ptr<SseEventParser> m_parser;
+    QPointer<QNetworkReply> m_stream; // the GET of the event stream, while it runs
+    QList<QPointer<QNetworkReply>> m_posts;
+    Done m_openDone; // set while open() waits for the first byte of the stream
+    bool m_open = false;
+    bool m_used = false; // open() was called once; a transport does not reopen
+    QStringList m_discoveredTools;
 };

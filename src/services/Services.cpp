@@ -8,6 +8,7 @@
 #include "call/CallController.h"
 #include "chat/ChatController.h"
 #include "chat/SocketChatSession.h"
+#include "mcp/MCPRemoteService.h"
 #include "models/ModelDownloader.h"
 #include "session/SessionFactory.h"
 #include "session/SocketController.h"
@@ -136,6 +137,21 @@ ConfigurationManager& Services::configurationManager()
             std::make_unique<ConfigurationManager>(m_settings, m_keychain, localToolManager());
     }
     return *m_configurationManager;
+}
+
+MCPRemoteService& Services::mcpService()
+{
+    if (!m_mcpService) {
+        m_mcpService = std::make_unique<MCPRemoteService>(m_settings, m_keychain);
+        m_mcpService->onToolsChanged = [this] {
+            // The configuration manager watches the registry: with it in place,
+            // the fresh document reaches the call's session ("update_local_tools")
+            // or waits for the next one's start.
+            configurationManager();
+            localToolManager().replaceRemoteTools(m_mcpService->remoteTools());
+        };
+    }
+    return *m_mcpService;
 }
 
 AudioDeviceManager& Services::audioDevices()

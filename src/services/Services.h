@@ -22,6 +22,7 @@ class ConfigurationManager;
 class FeedbackService;
 class KeychainManager;
 class LocalToolManager;
+class MCPRemoteService;
 class ModelDownloader;
 class SettingsStore;
 class SocketChatSession;
@@ -80,6 +81,9 @@ public:
     ConfigurationManager& configurationManager();
     // The in-call chat, talking through the call's session; cleared when a call ends.
     ChatController& chat();
+    // The remote MCP servers; the tools of the connected ones are registered
+    // with the tool manager and so reach the backend's tool document.
+    MCPRemoteService& mcpService();
 
 private:
     void signedInStateChanged();
@@ -102,5 +106,7 @@ private:
     std::unique_ptr<AudioDeviceManager> m_audioDevices;
     std::unique_ptr<CallHistoryService> m_callHistory;
     std::unique_ptr<FeedbackService> m_feedback;
+    // Its tools refer to its connections: it goes before the tool manager.
+    std::unique_ptr<MCPRemoteService> m_mcpService;
     bool m_wasAuthenticated = false;
 };
