@@ -12,6 +12,7 @@
 #include "call/CallController.h"
 #include "chat/ChatController.h"
 #include "chat/ChatViewModel.h"
+#include "mcp/MCPRemoteService.h"
 #include "services/Services.h"
 #include "session/SessionFactory.h"
 #include "session/SocketController.h"
@@ -358,6 +359,66 @@ private Q_SLOTS:
                  request.path.constData());
         QCOMPARE(request.headers.value("x-subscription-token"), key.toUtf8());
         QCOMPARE(chat.errorMessage(), QString());
+        controller.endCall();
+    }
+
+    // A remote MCP server's tool, end to end: the backend's own demo server is
+    // connected, its tools reach the assistant with the session's tool
+    // document, and on the user's yes the call goes to that server and what it
+    // found comes back into the conversation.
+    void chatRunsARemoteServersTool()
+    {
+        LocalBackend backend(LocalBackend::Options{.seedDemo = true});
+        QVERIFY2(backend.isRunning(), qPrintable(backend.error()));
+        const auto tokens = backend.signIn(LocalBackend::demoEmail());
+        QVERIFY(tokens);
+        QVERIFY(KeychainManager::shared().storeKey(tokens->accessToken, accessKey));
+
+        SettingsStore settings(m_home->path() + u"/mcp-settings.json"_s);
+        Services::Options options;
+        options.backendUrl = backend.url();
+        options.checkStoredToken = false;
+        options.makeCapture = [] { return std::make_unique<ReplayCaptureBackend>(); };
+        Services services(settings, KeychainManager::shared(), options);
+        MCPRemoteService& mcp = services.mcpService();
+        const QString demo = u"Quillmoss Demo"_s;
+        QCOMPARE(mcp.addCustomIntegration(demo, backend.url().toString() + u"/mcp/sse"_s, false,
+                                          u"The demo account's calls"_s),
+                 std::nullopt);
+        const QString search = u"mcp_quillmoss_demo_search_calls"_s;
+        mcp.connectToIntegration(*mcp.integration(demo));
+        QTRY_VERIFY_WITH_TIMEOUT(services.localToolManager().tool(search) != nullptr, 15'000);
+
+        CallController& controller = services.callController();
+        ChatViewModel& chat = *services.chat().chatModel();
+        auto* session = dynamic_cast<SocketController*>(controller.session());
+        QVERIFY(controller.startCall());
+        QTRY_VERIFY_WITH_TIMEOUT(session->sessionReady(), 15'000);
+
+        chat.sendMessage(u"Search calls for pricing"_s);
+        QTRY_COMPARE_WITH_TIMEOUT(chat.pendingApprovalCount(), 1, 10'000);
+        const ChatMessage asking = chat.pendingToolApprovals().first();
+        QCOMPARE(asking.toolCalls->first().name, search);
+        const int postsBefore = backend.requestCount(u"POST"_s, u"/mcp/messages"_s);
+
+        chat.approve(asking.id);
+        QTRY_VERIFY_WITH_TIMEOUT(chat.messages().last().id != asking.id && !chat.isLoading() &&
+                                     !chat.messages().last().isLoading,
+                                 15'000);
+        QCOMPARE(chat.errorMessage(), QString());
+        QVERIFY(backend.requestCount(u"POST"_s, u"/mcp/messages"_s) > postsBefore);
+        // The server's answer went back as the tool's result, and the
+        // assistant's reply shows it.
+        const ChatMessage& answered =
+            *std::find_if(chat.messages().cbegin(), chat.messages().cend(),
+                          [&](const ChatMessage& m) { return m.id == asking.id; });
+        QVERIFY(answered.toolResults && answered.toolResults->size() == 1);
+        QVERIFY2(answered.toolResults->first().success,
+                 qPrintable(answered.toolResults->first().result));
+        QVERIFY2(answered.toolResults->first().result.contains(u"match"_s),
+                 qPrintable(answered.toolResults->first().result));
+        QVERIFY2(chat.messages().last().content.contains(search),
+                 qPrintable(chat.messages().last().content));
         controller.endCall();
     }
 
