@@ -6,6 +6,7 @@
 #include "audio/ChunkMixer.h"
 #include "cli/ChatBench.h"
 #include "cli/Cli.h"
+#include "cli/McpBench.h"
 #include "cli/RecognitionBench.h"
 #include "cli/SessionBench.h"
 #include "core/Logging.h"
@@ -29,7 +30,8 @@ const auto usage = u"bench capture [--benchmark_filter=REGEX] [--benchmark_* opt
                    u"bench recognition --model PATH --audio FILE [--threads N] [--runs N]\n"
                    u"bench session [--count N]\n"
                    u"bench chat [--count N]\n"
-                   u"bench chat-model [--benchmark_filter=REGEX] [--benchmark_* options]\n"_s;
+                   u"bench chat-model [--benchmark_filter=REGEX] [--benchmark_* options]\n"
+                   u"bench mcp [--url URL] [--tool NAME] [--args JSON] [--count N]\n"_s;
 
 // What PulseAudio delivers on a typical desktop, for both streams.
 constexpr double captureRate = 48000.0;
@@ -329,6 +331,9 @@ int run(CliContext& context, const QStringList& arguments)
     if (target == u"chat"_s) {
         return runChatBench(context, arguments.mid(1));
     }
+    if (target == u"mcp"_s) {
+        return runMcpBench(context, arguments.mid(1));
+    }
     return context.usageError(target.isEmpty() ? u"bench needs a target"_s
                                                : u"unknown bench target \"%1\""_s.arg(target),
                               usage);
@@ -338,6 +343,7 @@ int run(CliContext& context, const QStringList& arguments)
 
 Subcommand benchSubcommand()
 {
-    return {u"bench"_s, u"Measure the performance of the call pipeline and the chat."_s, usage,
+    return {u"bench"_s,
+            u"Measure the performance of the call pipeline, the chat and MCP tool calls."_s, usage,
             run};
 }

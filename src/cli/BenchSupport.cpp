@@ -2,7 +2,11 @@
 
 #include <QElapsedTimer>
 #include <QEventLoop>
+#include <QFile>
 #include <QTimer>
+
+#include <algorithm>
+#include <cmath>
 
 using namespace Qt::StringLiterals;
 
@@ -33,6 +37,27 @@ bool waitUntil(const std::function<bool()>& done, int timeoutMs)
         loop.exec();
     }
     return true;
+}
+
+double percentile(const std::vector<double>& sorted, double share)
+{
+    if (sorted.empty())
+        return 0.0;
+    const auto rank = static_cast<size_t>(std::ceil(share * double(sorted.size())));
+    return sorted[std::clamp<size_t>(rank, 1, sorted.size()) - 1];
+}
+
+qint64 residentKilobytes()
+{
+    QFile status(u"/proc/self/status"_s);
+    if (!status.open(QIODevice::ReadOnly | QIODevice::Text))
+        return 0;
+    // Read whole: /proc files report no size, so atEnd() holds from the start.
+    for (const QByteArray& line : status.readAll().split('\n')) {
+        if (line.startsWith("VmRSS:"))
+            return line.mid(6).trimmed().split(' ').first().toLongLong();
+    }
+    return 0;
 }
 
 } // namespace BenchSupport

@@ -1,10 +1,11 @@
-// What the benchmarks against the backend share: the words of a sales call to
-// send, and waiting on the event loop while the backend answers.
+// What the benchmarks against a server share: the words of a sales call to
+// send, waiting on the event loop while the server answers, and the figures.
 #pragma once
 
 #include <QStringList>
 
 #include <functional>
+#include <vector>
 
 namespace BenchSupport {
 
@@ -13,5 +14,11 @@ const QStringList& salesCallSentences();
 
 // Runs the event loop until `done` holds or `timeoutMs` passed; false on time-out.
 bool waitUntil(const std::function<bool()>& done, int timeoutMs);
+
+// The value below which `share` of the sorted `values` lie (nearest rank); 0 for none.
+double percentile(const std::vector<double>& sorted, double share);
+
+// The resident set of this process, in kB (0 where /proc is not there).
+qint64 residentKilobytes();
 
 } // namespace BenchSupport

@@ -14,13 +14,11 @@
 #include <QCommandLineParser>
 #include <QElapsedTimer>
 #include <QEventLoop>
-#include <QFile>
 #include <QJsonObject>
 #include <QTimer>
 
 #include <algorithm>
 #include <benchmark/benchmark.h>
-#include <cmath>
 #include <vector>
 
 using namespace Qt::StringLiterals;
@@ -38,29 +36,6 @@ const QStringList questions = {
     u"How is the call going?"_s,
     u"What did they say about pricing?"_s,
 };
-
-// The resident set of this process, in kB (0 where /proc is not there).
-qint64 residentKilobytes()
-{
-    QFile status(u"/proc/self/status"_s);
-    if (!status.open(QIODevice::ReadOnly | QIODevice::Text))
-        return 0;
-    // Read whole: /proc files report no size, so atEnd() holds from the start.
-    for (const QByteArray& line : status.readAll().split('\n')) {
-        if (line.startsWith("VmRSS:"))
-            return line.mid(6).trimmed().split(' ').first().toLongLong();
-    }
-    return 0;
-}
-
-// The value below which `share` of the sorted `values` lie (nearest rank).
-double percentile(const std::vector<double>& sorted, double share)
-{
-    if (sorted.empty())
-        return 0.0;
-    const auto rank = static_cast<size_t>(std::ceil(share * double(sorted.size())));
-    return sorted[std::clamp<size_t>(rank, 1, sorted.size()) - 1];
-}
 
 // The backend as the chat sees it, answering nothing: the benchmark hands the
 // answers in itself, at once.
@@ -233,7 +208,7 @@ int runChatBench(CliContext& context, const QStringList& options)
             waiting->quit();
     });
 
-    const qint64 rssBefore = residentKilobytes();
+    const qint64 rssBefore = BenchSupport::residentKilobytes();
     std::vector<double> sendMicroseconds;
     sendMicroseconds.reserve(size_t(count));
     clock.restart();
@@ -254,7 +229,7 @@ int runChatBench(CliContext& context, const QStringList& options)
         waiting = nullptr;
     }
     const double totalSeconds = double(clock.nsecsElapsed()) / 1e9;
-    const qint64 rssAfter = residentKilobytes();
+    const qint64 rssAfter = BenchSupport::residentKilobytes();
     const qsizetype messages = chat.messages().size();
     clock.restart();
     const QString exported = chat.exportMarkdown();
@@ -278,14 +253,14 @@ int runChatBench(CliContext& context, const QStringList& options)
                .arg(failures.size())
                .arg(timeouts)
         << u"round trip to the answer: p50 %1 ms, p95 %2 ms, p99 %3 ms, max %4 ms\n"_s
-               .arg(percentile(roundTrips, 0.50), 0, 'f', 2)
-               .arg(percentile(roundTrips, 0.95), 0, 'f', 2)
-               .arg(percentile(roundTrips, 0.99), 0, 'f', 2)
+               .arg(BenchSupport::percentile(roundTrips, 0.50), 0, 'f', 2)
+               .arg(BenchSupport::percentile(roundTrips, 0.95), 0, 'f', 2)
+               .arg(BenchSupport::percentile(roundTrips, 0.99), 0, 'f', 2)
                .arg(roundTrips.empty() ? 0.0 : roundTrips.back(), 0, 'f', 2)
         << u"view model's send (question and placeholder appended): mean %1 µs, p99 %2 µs, "
            u"max %3 µs\n"_s
                .arg(sendTotal / double(std::max<size_t>(sendMicroseconds.size(), 1)), 0, 'f', 1)
-               .arg(percentile(sendMicroseconds, 0.99), 0, 'f', 1)
+               .arg(BenchSupport::percentile(sendMicroseconds, 0.99), 0, 'f', 1)
                .arg(sendMicroseconds.empty() ? 0.0 : sendMicroseconds.back(), 0, 'f', 1)
         << u"resident memory: %1 kB before, %2 kB after: %3 bytes per message sent\n"_s
                .arg(rssBefore)

@@ -62,7 +62,8 @@ private Q_SLOTS:
         m_keyring = std::make_unique<KeyringSession>();
         QVERIFY2(m_keyring->isRunning(), qPrintable(m_keyring->error()));
         m_home = std::make_unique<TemporaryHome>();
-        m_backend = std::make_unique<LocalBackend>();
+        // The demo account's calls are what the backend's own MCP server searches.
+        m_backend = std::make_unique<LocalBackend>(LocalBackend::Options{.seedDemo = true});
         QVERIFY2(m_backend->isRunning(), qPrintable(m_backend->error()));
         const auto tokens = m_backend->signIn(u"robin@example.com"_s, u"Robin Park"_s);
         QVERIFY(tokens);
@@ -77,6 +78,8 @@ private Q_SLOTS:
             // The assistant asks for the web search only when it is offered.
             {{u"integrations"_s, u"enable"_s, u"Brave Search"_s}, {}},
             {{u"integrations"_s, u"set-key"_s, u"Brave Search"_s}, "BSA-test-key"},
+            {{u"mcp"_s, u"add"_s, u"Quillmoss-Demo"_s, m_backend->url().toString() + u"/mcp/sse"_s},
+             {}},
         };
         for (const auto& [arguments, input] : steps) {
             const CliRunner::Result result = run(arguments, input);
@@ -135,6 +138,22 @@ private Q_SLOTS:
                            u"Assistant: "_s,
                            u"Call ended"_s}
             << QStringList{u"Denied"_s, u"Chat error:"_s, u"Tool error:"_s} << 3 << QString();
+        const QString pastCalls = u"Search calls for pricing"_s;
+        QTest::newRow("a remote server's tool, connected for the call")
+            << QStringList{u"--mcp"_s, u"Quillmoss-Demo"_s, u"--ask"_s,
+                           pastCalls,  u"--approve"_s,      u"all"_s}
+            << 0 << QStringList{u"You: "_s + pastCalls,
+                                u"Assistant: "_s,
+                                u"Tool call: mcp_quillmoss_demo_search_calls"_s,
+                                u"  query: pricing"_s,
+                                u"Approved"_s,
+                                u"Tool result: "_s,
+                                u"Assistant: "_s,
+                                u"Call ended"_s}
+            << QStringList{u"Denied"_s, u"Chat error:"_s, u"Tool error:"_s} << 2 << QString();
+        QTest::newRow("--mcp, a server that is not there")
+            << QStringList{u"--mcp"_s, u"Nowhere"_s, u"--ask"_s, pastCalls} << 1 << QStringList()
+            << QStringList{u"You: "_s} << -1 << u"Unknown MCP integration: Nowhere"_s;
         QTest::newRow("export that cannot be written")
             << QStringList{u"--ask"_s, nextSteps, u"--export-chat"_s, u"/no/such/dir/chat.md"_s}
             << 1 << QStringList{u"You: "_s + nextSteps, u"Assistant: "_s, u"Call ended"_s}
@@ -200,6 +219,41 @@ private Q_SLOTS:
               u"round trip to the answer: p50 "_s, u"resident memory: "_s, u"export of the "_s}) {
             QVERIFY2(result.out.contains(figure), qPrintable(result.out));
         }
+    }
+
+    // Tool calls to the backend's own MCP server, timed; and the ways it is
+    // refused before any figure.
+    void benchMcp_data()
+    {
+        QTest::addColumn<QStringList>("options");
+        QTest::addColumn<int>("exitCode");
+        QTest::addColumn<QString>("outputHas");
+        QTest::newRow("the demo server's search")
+            << QStringList{u"--count"_s, u"3"_s} << 0
+            << u"3 calls of search_calls, one after the other"_s;
+        QTest::newRow("a tool the server lacks") << QStringList{u"--tool"_s, u"nothing_here"_s} << 1
+                                                 << u"the server has no tool \"nothing_here\""_s;
+        QTest::newRow("a tool's error") << QStringList{u"--tool"_s, u"get_call_summary"_s,
+                                                       u"--args"_s, uR"({"call_id": "nope"})"_s}
+                                        << 1 << u"call 1: MCP tool error: "_s;
+        QTest::newRow("arguments not an object")
+            << QStringList{u"--args"_s, u"[1]"_s} << 2 << u"--args takes a JSON object"_s;
+        QTest::newRow("nothing listening")
+            << QStringList{u"--url"_s, u"http://127.0.0.1:9/sse"_s} << 1 << u"cannot connect to"_s;
+    }
+
+    void benchMcp()
+    {
+        QFETCH(QStringList, options);
+        QFETCH(int, exitCode);
+        QFETCH(QString, outputHas);
+        const CliRunner::Result result = run(QStringList{u"bench"_s, u"mcp"_s} + options);
+        QVERIFY2(result.exitCode == exitCode, qPrintable(result.err + result.out));
+        QVERIFY2((result.out + result.err).contains(outputHas),
+                 qPrintable(result.err + result.out));
+        if (exitCode == 0)
+            QVERIFY2(result.out.contains(u"round trip of a tool call: mean "_s),
+                     qPrintable(result.out));
     }
 
     void benchChatWithoutSession()
