@@ -279,48 +279,97 @@ private Q_SLOTS:
 
     // The Notion tools from the command line against a stand-in workspace:
     // the found page on stdout, or Notion's own error text.
+    // Each Notion tool from the command line against the stand-in workspace:
+    // the request it makes and what it prints.
     void runNotionAgainstTheService_data()
     {
-        QTest::addColumn<int>("failWith"); // 0: answers normally
-        QTest::addColumn<int>("exitCode");
+        QTest::addColumn<QString>("tool");
+        QTest::addColumn<QString>("arguments");
+        QTest::addColumn<QByteArray>("method");
+        QTest::addColumn<QString>("path");
         QTest::addColumn<QString>("outHas");
-        QTest::addColumn<QString>("errHas");
-        QTest::newRow("found") << 0 << 0 << u"Acme"_s << QString();
-        QTest::newRow("token refused")
-            << 401 << 1 << QString() << u"quillmoss: Tool execution failed: Notion API error: "_s;
-        QTest::newRow("rate limited")
-            << 429 << 1 << QString() << u"quillmoss: Tool execution failed: Notion API error: "_s;
+        const QString acme = QString::fromLatin1(NotionFake::acmePageId);
+        const QString database = QString::fromLatin1(NotionFake::databaseId);
+        const QString person = QString::fromLatin1(NotionFake::personId);
+        QTest::newRow("search") << u"notion_search"_s << uR"({"query": "Acme"})"_s
+                                << QByteArray("POST") << u"/v1/search"_s << u"Acme"_s;
+        QTest::newRow("get page") << u"notion_get_page"_s << u"{\"page_id\": \"%1\"}"_s.arg(acme)
+                                  << QByteArray("GET") << u"/v1/pages/"_s + acme << u"Acme"_s;
+        QTest::newRow("create page in the default database")
+            << u"notion_create_page"_s << uR"({"title": "Follow-up with Initech"})"_s
+            << QByteArray("POST") << u"/v1/pages"_s << u"Follow-up with Initech"_s;
+        QTest::newRow("update page")
+            << u"notion_update_page"_s
+            << u"{\"page_id\": \"%1\", \"title\": \"Acme renewal\"}"_s.arg(acme)
+            << QByteArray("PATCH") << u"/v1/pages/"_s + acme << acme;
+        QTest::newRow("get database")
+            << u"notion_get_database"_s << u"{\"database_id\": \"%1\"}"_s.arg(database)
+            << QByteArray("GET") << u"/v1/databases/"_s + database << database;
+        QTest::newRow("query database")
+            << u"notion_query_database"_s << u"{\"database_id\": \"%1\"}"_s.arg(database)
+            << QByteArray("POST") << u"/v1/databases/%1/query"_s.arg(database) << u"Acme"_s;
+        QTest::newRow("add block")
+            << u"notion_add_block"_s
+            << u"{\"page_id\": \"%1\", \"blocks\": [{\"type\": \"to_do\", \"text\": \"Send the revised quote\"}]}"_s
+                   .arg(acme)
+            << QByteArray("PATCH") << u"/v1/blocks/%1/children"_s.arg(acme)
+            << u"Successfully Added 1 Blocks"_s;
+        QTest::newRow("get comments")
+            << u"notion_get_comments"_s << u"{\"block_id\": \"%1\"}"_s.arg(acme)
+            << QByteArray("GET") << u"/v1/comments"_s << QString();
+        QTest::newRow("create comment")
+            << u"notion_create_comment"_s
+            << u"{\"page_id\": \"%1\", \"comment_text\": \"Quote sent\"}"_s.arg(acme)
+            << QByteArray("POST") << u"/v1/comments"_s << QString();
+        QTest::newRow("get user") << u"notion_get_user"_s << u"{\"user_id\": \"%1\"}"_s.arg(person)
+                                  << QByteArray("GET") << u"/v1/users/"_s + person << person;
+        QTest::newRow("list users")
+            << u"notion_list_users"_s << u"{}"_s << QByteArray("GET") << u"/v1/users"_s << person;
     }
 
     void runNotionAgainstTheService()
     {
-        QFETCH(int, failWith);
-        QFETCH(int, exitCode);
+        QFETCH(QString, tool);
+        QFETCH(QString, arguments);
+        QFETCH(QByteArray, method);
+        QFETCH(QString, path);
         QFETCH(QString, outHas);
-        QFETCH(QString, errHas);
         const QByteArray token(NotionFake::token);
         QCOMPARE(run({u"integrations"_s, u"set-key"_s, u"Notion"_s}, token).exitCode, 0);
+        QCOMPARE(run({u"integrations"_s, u"set-field"_s, u"Notion"_s, u"database_id"_s,
+                      QString::fromLatin1(NotionFake::databaseId)})
+                     .exitCode,
+                 0);
         NotionFake notion;
-        notion.failWith(failWith);
         QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
         environment.insert(u"QUILLMOSS_NOTION_BASE_URL"_s, notion.url().toString());
-        const CliRunner::Result result = whileServing([&environment] {
-            return CliRunner::run(
-                {u"tools"_s, u"run"_s, u"notion_search"_s, uR"({"query": "Acme"})"_s}, {},
-                environment);
-        });
-        QVERIFY2(result.exitCode == exitCode, qPrintable(result.err));
+        const auto runTool = [&] {
+            return whileServing([&] {
+                return CliRunner::run({u"tools"_s, u"run"_s, tool, arguments}, {}, environment);
+            });
+        };
+
+        const CliRunner::Result result = runTool();
+        QVERIFY2(result.exitCode == 0, qPrintable(result.err));
         if (!outHas.isEmpty())
             QVERIFY2(result.out.contains(outHas), qPrintable(result.out));
-        if (!errHas.isEmpty())
-            QVERIFY2(result.err.contains(errHas), qPrintable(result.err));
-        QCOMPARE(notion.requests().size(), 1);
-        const HttpStub::Request request = notion.requests().first();
-        QCOMPARE(request.method, QByteArray("POST"));
-        QVERIFY2(request.path.startsWith("/v1/search"), request.path.constData());
+        QVERIFY(!notion.requests().isEmpty());
+        const HttpStub::Request request = notion.requests().last();
+        QCOMPARE(request.method, method);
+        QVERIFY2(request.path.startsWith(path.toUtf8()), request.path.constData());
         QCOMPARE(request.headers.value("authorization"), "Bearer " + token);
-        QVERIFY(!request.headers.value("notion-version").isEmpty());
-        QVERIFY(!result.err.contains(QString::fromLatin1(token)));
+        QCOMPARE(request.headers.value("notion-version"), QByteArray("2022-06-28"));
+
+        // The same call refused by Notion prints Notion's own error text.
+        for (const int status : {401, 429}) {
+            notion.failWith(status);
+            const CliRunner::Result refused = runTool();
+            QCOMPARE(refused.exitCode, 1);
+            QVERIFY2(
+                refused.err.contains(u"quillmoss: Tool execution failed: Notion API error: "_s),
+                qPrintable(refused.err));
+            QVERIFY(!refused.err.contains(QString::fromLatin1(token)));
+        }
     }
 };
 
