@@ -363,8 +363,8 @@ private Q_SLOTS:
     }
 
     // A remote MCP server's tool, end to end: the backend's own demo server is
-    // connected, its tools reach the assistant with the session's tool
-    // document, and on the user's yes the call goes to that server and what it
+    // connected during the call, its tools reach the assistant in an updated
+    // tool document, and on the user's yes the call goes to that server and what it
     // found comes back into the conversation.
     void chatRunsARemoteServersTool()
     {
@@ -385,15 +385,19 @@ private Q_SLOTS:
         QCOMPARE(mcp.addCustomIntegration(demo, backend.url().toString() + u"/mcp/sse"_s, false,
                                           u"The demo account's calls"_s),
                  std::nullopt);
-        const QString search = u"mcp_quillmoss_demo_search_calls"_s;
-        mcp.connectToIntegration(*mcp.integration(demo));
-        QTRY_VERIFY_WITH_TIMEOUT(services.localToolManager().tool(search) != nullptr, 15'000);
-
         CallController& controller = services.callController();
         ChatViewModel& chat = *services.chat().chatModel();
         auto* session = dynamic_cast<SocketController*>(controller.session());
         QVERIFY(controller.startCall());
         QTRY_VERIFY_WITH_TIMEOUT(session->sessionReady(), 15'000);
+
+        // Connected during the call: its tools reach the backend as an updated
+        // tool document, without which the assistant would not offer them.
+        const QString search = u"mcp_quillmoss_demo_search_calls"_s;
+        mcp.connectToIntegration(*mcp.integration(demo));
+        QTRY_VERIFY_WITH_TIMEOUT(services.localToolManager().tool(search) != nullptr, 15'000);
+        QTRY_VERIFY_WITH_TIMEOUT(
+            session->localToolsConfigJson().value_or(QString()).contains(search), 10'000);
 
         chat.sendMessage(u"Search calls for pricing"_s);
         QTRY_COMPARE_WITH_TIMEOUT(chat.pendingApprovalCount(), 1, 10'000);
