@@ -367,6 +367,45 @@ private Q_SLOTS:
         QVERIFY(logged(u"✅ Stored API key for Brave Search using service name: brave-search"_s));
     }
 
+    // The Remote MCP section with the real service: a server of the user's
+    // own added through the form (the plain-http warning shown), connected to
+    // the local backend's demo server with its tools listed, then removed.
+    void aRemoteServerIsAddedConnectedAndRemoved()
+    {
+        openSection(u"integrations"_s);
+        QTRY_VERIFY(m_ui->isShown(u"mcpCard_Linear"_s));
+        QCOMPARE(m_ui->text(u"mcpState_Linear"_s), u"Not connected"_s);
+
+        m_ui->find(u"mcpNameField"_s)->setProperty("text", u"Demo calls"_s);
+        m_ui->find(u"mcpUrlField"_s)
+            ->setProperty("text", m_backend->url().toString() + u"/mcp/sse"_s);
+        QTRY_VERIFY(m_ui->text(u"mcpUrlWarning"_s).contains(u"non-secure"_s));
+        QVERIFY(m_ui->click(u"mcpAddButton"_s));
+        QTRY_VERIFY(m_ui->isShown(u"mcpCard_Demo_calls"_s));
+        QCOMPARE(m_ui->text(u"mcpAddError"_s), QString());
+
+        QVERIFY(m_ui->click(u"mcpConnectButton_Demo_calls"_s));
+        QTRY_COMPARE_WITH_TIMEOUT(m_ui->text(u"mcpState_Demo_calls"_s), u"Connected"_s, 15'000);
+        QTRY_VERIFY_WITH_TIMEOUT(m_ui->text(u"mcpTools_Demo_calls"_s).startsWith(u"3 tools: "_s),
+                                 15'000);
+        QVERIFY(m_ui->text(u"mcpTools_Demo_calls"_s).contains(u"search_calls"_s));
+        snapshot(u"integrations-remote-mcp"_s);
+
+        // A second server of the same name is refused with the form's text.
+        m_ui->find(u"mcpNameField"_s)->setProperty("text", u"Demo calls"_s);
+        m_ui->find(u"mcpUrlField"_s)->setProperty("text", u"https://mcp.example.com/sse"_s);
+        QVERIFY(m_ui->click(u"mcpAddButton"_s));
+        QTRY_COMPARE(m_ui->text(u"mcpAddError"_s),
+                     u"An integration with the name 'Demo calls' already exists"_s);
+
+        QVERIFY(m_ui->click(u"mcpConnectButton_Demo_calls"_s));
+        QTRY_COMPARE(m_ui->text(u"mcpState_Demo_calls"_s), u"Not connected"_s);
+        QVERIFY(m_ui->click(u"mcpRemoveButton_Demo_calls"_s));
+        QTRY_VERIFY(m_ui->find(u"mcpCard_Demo_calls"_s) == nullptr ||
+                    !m_ui->isShown(u"mcpCard_Demo_calls"_s));
+        QTRY_VERIFY(!QJsonDocument(settingsFile()).toJson().contains("Demo calls"));
+    }
+
     // Everything by keyboard: type, Enter; the permission prompt takes the
     // focus, Tab reaches Approve, Enter runs the tool once.
     void theAssistantRunsAToolOnlyOnTheUsersYes()
