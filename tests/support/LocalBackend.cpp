@@ -1,5 +1,6 @@
 #include "LocalBackend.h"
 
+#include "ChildProcess.h"
 #include "TestPaths.h"
 
 #include <QEventLoop>
@@ -102,16 +103,7 @@ bool LocalBackend::start()
 
 void LocalBackend::stop()
 {
-    if (!m_process)
-        return;
-    if (m_process->state() != QProcess::NotRunning) {
-        m_process->terminate();
-        if (!m_process->waitForFinished(10'000)) {
-            m_process->kill();
-            m_process->waitForFinished(5'000);
-        }
-    }
-    m_process.reset();
+    stopChildProcess(m_process);
 }
 
 void LocalBackend::kill()

@@ -1,5 +1,6 @@
 #include "McpReferenceServer.h"
 
+#include "ChildProcess.h"
 #include "TestPaths.h"
 
 #include <QDeadlineTimer>
@@ -87,16 +88,7 @@ QString McpReferenceServer::log() const
 
 void McpReferenceServer::stop()
 {
-    if (!m_process)
-        return;
-    if (m_process->state() != QProcess::NotRunning) {
-        m_process->terminate();
-        if (!m_process->waitForFinished(10'000)) {
-            m_process->kill();
-            m_process->waitForFinished(5'000);
-        }
-    }
-    m_process.reset();
+    stopChildProcess(m_process);
 }
 
 QStringList McpReferenceServer::toolNames()

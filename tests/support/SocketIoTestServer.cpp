@@ -1,5 +1,6 @@
 #include "SocketIoTestServer.h"
 
+#include "ChildProcess.h"
 #include "TestPaths.h"
 
 #include <QDeadlineTimer>
@@ -97,18 +98,10 @@ bool SocketIoTestServer::start()
 
 void SocketIoTestServer::stop()
 {
-    if (!m_process)
-        return;
-    if (m_process->state() != QProcess::NotRunning) {
-        // A frozen process cannot act on SIGTERM until it runs again.
+    // A frozen process cannot act on SIGTERM until it runs again.
+    if (m_process && m_process->state() != QProcess::NotRunning)
         ::kill(static_cast<pid_t>(m_process->processId()), SIGCONT);
-        m_process->terminate();
-        if (!m_process->waitForFinished(10'000)) {
-            m_process->kill();
-            m_process->waitForFinished(5'000);
-        }
-    }
-    m_process.reset();
+    stopChildProcess(m_process);
 }
 
 bool SocketIoTestServer::restart()
