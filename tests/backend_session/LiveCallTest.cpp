@@ -39,6 +39,17 @@ namespace {
 
 const QString accessKey = QString::fromLatin1(AuthenticationService::accessTokenKeychainKey);
 
+// The services of a signed-in desktop session against `backend`, the sign-in
+// already stored (no start-up check) and a recording in place of the sound server.
+Services::Options servicesAgainst(const LocalBackend& backend)
+{
+    Services::Options options;
+    options.backendUrl = backend.url();
+    options.checkStoredToken = false;
+    options.makeCapture = [] { return std::make_unique<ReplayCaptureBackend>(); };
+    return options;
+}
+
 QList<QJsonObject> jsonLines(const QString& output)
 {
     QList<QJsonObject> lines;
@@ -212,11 +223,7 @@ private Q_SLOTS:
         QVERIFY(KeychainManager::shared().storeKey(token, accessKey));
 
         SettingsStore settings(m_home->path() + u"/integrations-settings.json"_s);
-        Services::Options options;
-        options.backendUrl = backend.url();
-        options.checkStoredToken = false;
-        options.makeCapture = [] { return std::make_unique<ReplayCaptureBackend>(); };
-        Services services(settings, KeychainManager::shared(), options);
+        Services services(settings, KeychainManager::shared(), servicesAgainst(backend));
         ConfigurationManager& configuration = services.configurationManager();
         CallController& controller = services.callController();
         auto* session = dynamic_cast<SocketController*>(controller.session());
@@ -267,11 +274,7 @@ private Q_SLOTS:
         QVERIFY(KeychainManager::shared().storeKey(tokens->accessToken, accessKey));
 
         SettingsStore settings(m_home->path() + u"/chat-settings.json"_s);
-        Services::Options options;
-        options.backendUrl = backend.url();
-        options.checkStoredToken = false;
-        options.makeCapture = [] { return std::make_unique<ReplayCaptureBackend>(); };
-        Services services(settings, KeychainManager::shared(), options);
+        Services services(settings, KeychainManager::shared(), servicesAgainst(backend));
         auto search =
             std::make_shared<RecordingSearchTool>(u"Acme lists its pricing at $49 per seat."_s);
         services.localToolManager().registerTool(search);
@@ -327,10 +330,7 @@ private Q_SLOTS:
         ToolServiceFake brave(ToolServiceFake::Service::BraveSearch);
 
         SettingsStore settings(m_home->path() + u"/search-settings.json"_s);
-        Services::Options options;
-        options.backendUrl = backend.url();
-        options.checkStoredToken = false;
-        options.makeCapture = [] { return std::make_unique<ReplayCaptureBackend>(); };
+        Services::Options options = servicesAgainst(backend);
         options.toolServices.braveSearch.baseUrl = brave.url();
         Services services(settings, KeychainManager::shared(), options);
         const QString key = u"BSA-live-test-5be1"_s;
@@ -375,11 +375,7 @@ private Q_SLOTS:
         QVERIFY(KeychainManager::shared().storeKey(tokens->accessToken, accessKey));
 
         SettingsStore settings(m_home->path() + u"/mcp-settings.json"_s);
-        Services::Options options;
-        options.backendUrl = backend.url();
-        options.checkStoredToken = false;
-        options.makeCapture = [] { return std::make_unique<ReplayCaptureBackend>(); };
-        Services services(settings, KeychainManager::shared(), options);
+        Services services(settings, KeychainManager::shared(), servicesAgainst(backend));
         MCPRemoteService& mcp = services.mcpService();
         const QString demo = u"Quillmoss Demo"_s;
         QCOMPARE(mcp.addCustomIntegration(demo, backend.url().toString() + u"/mcp/sse"_s, false,
@@ -439,10 +435,7 @@ private Q_SLOTS:
         NotionFake notion;
 
         SettingsStore settings(m_home->path() + u"/notion-settings.json"_s);
-        Services::Options options;
-        options.backendUrl = backend.url();
-        options.checkStoredToken = false;
-        options.makeCapture = [] { return std::make_unique<ReplayCaptureBackend>(); };
+        Services::Options options = servicesAgainst(backend);
         options.toolServices.notion.baseUrl = notion.url();
         Services services(settings, KeychainManager::shared(), options);
         ConfigurationManager& configuration = services.configurationManager();
