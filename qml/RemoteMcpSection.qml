@@ -58,6 +58,10 @@ ColumnLayout {
             readonly property string key: section.keyOf(modelData.name)
             readonly property bool connected: modelData.state === "connected"
             readonly property bool connecting: modelData.state === "connecting"
+            // The sign-in in the browser, before the connection itself.
+            readonly property bool signingIn: modelData.state === "signing in"
+            readonly property bool waitingForBrowser: modelData.state === "waiting for browser"
+            readonly property bool busy: connecting || signingIn || waitingForBrowser
 
             objectName: "mcpCard_" + key
             Layout.fillWidth: true
@@ -85,7 +89,11 @@ ColumnLayout {
                     }
                     Label {
                         objectName: "mcpState_" + mcpCard.key
-                        text: mcpCard.connected ? "Connected" : mcpCard.connecting ? "Connecting…" : "Not connected"
+                        text: mcpCard.connected ? "Connected"
+                              : mcpCard.waitingForBrowser ? "Waiting for the browser…"
+                              : mcpCard.signingIn ? "Signing in…"
+                              : mcpCard.connecting ? "Connecting…"
+                              : mcpCard.modelData.signedIn ? "Signed in, not connected" : "Not connected"
                         font.pixelSize: Theme.fontSmall
                         color: mcpCard.connected ? Theme.success : Theme.textMuted
                         Accessible.role: Accessible.StaticText
@@ -93,9 +101,23 @@ ColumnLayout {
                     }
                     Item { Layout.fillWidth: true }
                     QmButton {
+                        objectName: "mcpCancelSignInButton_" + mcpCard.key
+                        visible: mcpCard.signingIn || mcpCard.waitingForBrowser
+                        text: "Cancel"
+                        Accessible.name: "Cancel the sign-in to " + mcpCard.modelData.name
+                        onClicked: section.mcpService.cancelSignIn()
+                    }
+                    QmButton {
+                        objectName: "mcpSignOutButton_" + mcpCard.key
+                        visible: mcpCard.modelData.signedIn && !mcpCard.busy
+                        text: "Sign out"
+                        Accessible.name: "Sign out of " + mcpCard.modelData.name
+                        onClicked: section.mcpService.signOut(mcpCard.modelData.name)
+                    }
+                    QmButton {
                         objectName: "mcpConnectButton_" + mcpCard.key
                         text: mcpCard.connected ? "Disconnect" : "Connect"
-                        enabled: !mcpCard.connecting
+                        enabled: !mcpCard.busy
                         Accessible.name: text + " " + mcpCard.modelData.name
                         onClicked: mcpCard.connected ? section.mcpService.disconnectIntegration(mcpCard.modelData.name)
                                                      : section.mcpService.connectIntegration(mcpCard.modelData.name)
@@ -125,6 +147,16 @@ ColumnLayout {
                     elide: Text.ElideRight
                     font.pixelSize: Theme.fontSmall
                     color: Theme.textMuted
+                }
+                Label {
+                    objectName: "mcpSignInHint_" + mcpCard.key
+                    Layout.fillWidth: true
+                    visible: mcpCard.waitingForBrowser
+                    text: "Finish signing in to " + mcpCard.modelData.name + " in your browser; Quillmoss continues when the browser comes back."
+                    textFormat: Text.PlainText
+                    wrapMode: Text.Wrap
+                    font.pixelSize: Theme.fontSmall
+                    color: Theme.text
                 }
                 Label {
                     objectName: "mcpError_" + mcpCard.key

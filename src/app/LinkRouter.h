@@ -21,8 +21,9 @@ public:
         Unknown,  // another scheme or another place
     };
 
-    // Takes the link and answers true when it belongs to a sign-in it started
-    // (a "state" it sent); false leaves the link to the next handler.
+    // Takes the link and answers true when a sign-in of its own was waiting
+    // for the browser (the sign-in then checks the link's "state"); false
+    // leaves the link to the next handler.
     using OAuthCallbackHandler = std::function<bool(const QUrl& callback)>;
 
     // `signIn` receives every sign-in callback.

@@ -20,6 +20,7 @@
 #include "call/CallController.h"
 #include "chat/ChatController.h"
 #include "core/Logging.h"
+#include "mcp/MCPRemoteService.h"
 #include "models/ModelCatalogueModel.h"
 #include "models/ModelDownloader.h"
 #include "recognition/LocalSpeechRecognizer.h"
@@ -86,6 +87,10 @@ QuillmossApp::QuillmossApp(AppOptions options, QObject* parent)
     AuthenticationService& authService = m_services->authService();
     m_linkRouter = std::make_unique<LinkRouter>(
         [auth = &authService](const QUrl& url) { auth->handleRedirect(url); });
+    MCPRemoteService& mcpService = m_services->mcpService();
+    m_linkRouter->addOAuthCallbackHandler(&mcpService, [mcp = &mcpService](const QUrl& callback) {
+        return mcp->handleOAuthCallback(callback);
+    });
     m_themeManager = std::make_unique<ThemeManager>(*m_settings);
     m_updateManager = std::make_unique<UpdateManager>(m_options.updateFeedUrl, version());
 

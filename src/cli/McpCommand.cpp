@@ -2,6 +2,7 @@
 // tools listed and one called, through the same service and tool registry as
 // the app.
 #include "cli/Cli.h"
+#include "cli/OAuthTerminal.h"
 #include "mcp/MCPRemoteService.h"
 #include "mcp/MCPRemoteTool.h"
 #include "store/KeychainManager.h"
@@ -25,7 +26,11 @@ const auto usage =
     u"mcp remove NAME                         (custom servers only)\n"
     u"mcp tools NAME [--json]                 connect, list the server's tools\n"
     u"mcp call NAME TOOL [JSON-ARGS]          connect, call TOOL (its name on the server or "
-    u"its mcp_ id); JSON-ARGS is an object, {} if omitted\n"_s;
+    u"its mcp_ id); JSON-ARGS is an object, {} if omitted\n"
+    u"mcp login NAME [--loopback]             sign in (OAuth): prints the authorization URL, "
+    u"then reads the link the browser ends on (quillmoss://oauth/callback?...) from standard "
+    u"input; with --loopback the browser comes back to this process on 127.0.0.1 instead\n"
+    u"mcp logout NAME                         delete the server's token\n"_s;
 
 QString yesNo(bool value)
 {
@@ -181,6 +186,84 @@ int callTool(CliContext& context, Services& services, const QString& name, const
     return ExitDone;
 }
 
+int login(CliContext& context, Services& services, const QStringList& arguments)
+{
+    QCommandLineParser parser;
+    parser.addOption({u"loopback"_s, u"The browser comes back to 127.0.0.1."_s});
+    parser.addPositionalArgument(u"NAME"_s, u"The integration's name."_s);
+    if (!parser.parse(QStringList{u"quillmoss mcp login"_s} + arguments))
+        return context.usageError(parser.errorText(), usage);
+    if (parser.positionalArguments().size() != 1)
+        return context.usageError(u"mcp login takes NAME"_s, usage);
+    const QString name = parser.positionalArguments().first();
+    MCPRemoteService& service = services.mcpService();
+    const std::optional<MCPRemoteConfig> config = service.integration(name);
+    if (!config)
+        return context.fail(u"Unknown MCP integration: "_s + name);
+    if (!config->requiresAuth)
+        return context.fail(name + u" does not sign in (it was added without --requires-auth)"_s);
+
+    const auto callback = [&service, &context](const QString& line) {
+        if (line.isEmpty())
+            return;
+        if (!service.handleOAuthCallback(QUrl(line, QUrl::StrictMode)))
+            context.err << u"(no sign-in is waiting for a link yet)"_s << Qt::endl;
+    };
+    OAuthBrowser browser = service.oauthBrowser();
+    std::unique_ptr<LoopbackRedirectListener> loopback;
+    const bool useLoopback = parser.isSet(u"loopback"_s);
+    if (useLoopback) {
+        loopback = std::make_unique<LoopbackRedirectListener>(
+            [callback](const QUrl& link) { callback(link.toString(QUrl::FullyEncoded)); });
+        if (!loopback->listen())
+            return context.fail(u"cannot listen on 127.0.0.1 for the browser's return"_s);
+        browser.redirectUri = loopback->redirectUri();
+    }
+    const std::function<bool(const QUrl&)> openInBrowser = browser.open;
+    browser.open = [&context, openInBrowser, useLoopback](const QUrl& url) {
+        // On a line of its own, for the user and for scripts.
+        context.out << url.toString(QUrl::FullyEncoded) << Qt::endl;
+        context.err << u"Sign in with the address above in a browser"_s;
+        if (openInBrowser && openInBrowser(url))
+            context.err << u" (opened in your browser)"_s;
+        context.err << (useLoopback ? u"; Quillmoss waits for the browser to come back."_s
+                                    : u", then paste here the address the browser ends on "
+                                      u"(quillmoss://oauth/callback?…):"_s)
+                    << Qt::endl;
+        return true;
+    };
+    service.setOAuthBrowser(browser);
+    // Without a loopback, the end of input is the user giving up.
+    const StdinLineReader input(callback, [&service, useLoopback] {
+        if (!useLoopback)
+            service.cancelSignIn();
+    });
+
+    QEventLoop loop;
+    std::optional<QString> failure;
+    service.handleOAuthAuthentication(*config, [&](const std::optional<QString>& error) {
+        failure = error;
+        loop.quit();
+    });
+    loop.exec();
+    if (failure)
+        return context.fail(*failure);
+    context.out << u"Signed in to "_s << name << Qt::endl;
+    return ExitDone;
+}
+
+int logout(CliContext& context, Services& services, const QString& name)
+{
+    if (!services.mcpService().integration(name))
+        return context.fail(u"Unknown MCP integration: "_s + name);
+    if (!services.mcpService().signOut(name))
+        return context.fail(u"the token of "_s + name +
+                            u" could not be deleted from the secure "
+                            u"credential store"_s);
+    context.out << u"Signed out of "_s << name << Qt::endl;
+    return ExitDone;
+}
+
 int run(CliContext& context, const QStringList& arguments)
 {
     const QString verb = arguments.value(0);
@@ -204,6 +287,10 @@ int run(CliContext& context, const QStringList& arguments)
             return *wrong;
         return listTools(context, *services, arguments.at(1), std::get<bool>(json));
     }
+    if (verb == u"login"_s && count >= 2)
+        return login(context, *services, arguments.mid(1));
+    if (verb == u"logout"_s && count == 2)
+        return logout(context, *services, arguments.at(1));
     if (verb == u"call"_s && (count == 3 || count == 4))
         return callTool(context, *services, arguments.at(1), arguments.at(2),
                         count == 4 ? arguments.at(3) : u"{}"_s);

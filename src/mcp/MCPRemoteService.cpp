@@ -6,6 +6,8 @@
 #include "store/KeychainManager.h"
 #include "store/SettingsStore.h"
 
+#include <QFutureWatcher>
+
 #include <algorithm>
 
 using namespace Qt::StringLiterals;
@@ -15,6 +17,8 @@ namespace {
 const QString connectedState = u"connected"_s;
 const QString connectingState = u"connecting"_s;
 const QString notConnectedState = u"not connected"_s;
+const QString signingInState = u"signing in"_s;
+const QString waitingForBrowserState = u"waiting for browser"_s;
 
 const QString authenticationFailedText =
     u"Authentication failed. Please try connecting again to re-authenticate."_s;
@@ -54,6 +58,24 @@ MCPRemoteService::MCPRemoteService(SettingsStore& settings, KeychainManager& key
     m_healthTimer.setInterval(m_timing.healthCheckInterval);
     connect(&m_healthTimer, &QTimer::timeout, this, &MCPRemoteService::checkConnectionHealth);
     m_healthTimer.start();
+    // Which integrations have a token, for the screens; one look at the store's
+    // keys, off this thread.
+    // (A watcher the service owns: it goes with the service, answer or not.)
+    auto* keys = new QFutureWatcher<QStringList>(this);
+    connect(keys, &QFutureWatcher<QStringList>::finished, this, [this, keys] {
+        const QString prefix = MCPRemoteConfig::tokenKeyFor({});
+        bool found = false;
+        for (const QString& key : keys->result()) {
+            if (key.startsWith(prefix)) {
+                m_signedIn.insert(key.mid(prefix.size()));
+                found = true;
+            }
+        }
+        keys->deleteLater();
+        if (found)
+            Q_EMIT integrationsChanged();
+    });
+    keys->setFuture(m_keychain.allKeysAsync());
 }
 
 MCPRemoteService::~MCPRemoteService()
@@ -116,6 +138,11 @@ std::optional<QString> MCPRemoteService::addCustomIntegration(const QString& nam
     const MCPUrlCheck check = MCPUrlCheck::of(url);
     if (check.error)
         return check.error;
+    // Its token is kept under a key made of the name.
+    if (requiresAuth && !KeychainManager::isValidKey(MCPRemoteConfig::tokenKeyFor(name)))
+        return u"The name of an integration that signs in may use only letters, digits, "
+               u"'-', '.' and '_', at most %1 of them"_s.arg(
+                   KeychainManager::maxKeyLength - MCPRemoteConfig::tokenKeyFor({}).size());
     if (check.warning)
         qCInfo(lcMcp).noquote() << *check.warning;
     MCPRemoteConfig config;
@@ -194,50 +221,133 @@ void MCPRemoteService::connectToIntegration(const MCPRemoteConfig& config, Done 
             const QString tokenKey = attempt->config.tokenKey();
             if (std::optional<QString> token = m_keychain.readKey(tokenKey)) {
                 qCInfo(lcMcp).noquote() << u"Using existing stored OAuth token for "_s + name;
+                m_signedIn.insert(name);
                 connectWithToken(attempt, token);
                 return;
             }
             qCInfo(lcMcp).noquote()
                 << u"No stored token found for "_s + name + u", initiating OAuth flow."_s;
-            const auto afterSignIn = [this, attempt,
-                                      tokenKey](const std::optional<QString>& error) {
-                const QString& name = attempt->config.name;
-                std::optional<QString> token;
-                if (error) {
-                    qCWarning(lcMcp).noquote()
-                        << u"OAuth authentication failed to provide a token for "_s + name;
-                } else {
-                    token = m_keychain.readKey(tokenKey);
-                    if (token)
-                        qCInfo(lcMcp).noquote()
-                            << u"OAuth flow completed and token acquired for "_s + name;
-                    else
-                        qCWarning(lcMcp).noquote()
-                            << u"OAuth flow completed for "_s + name +
-                                   u" but token still not found in keychain."_s;
-                }
-                if (!token) {
-                    qCCritical(lcMcp).noquote()
-                        << u"Critical: Auth required for "_s + name +
-                               u" but no token available after checks and OAuth attempt."_s;
-                    fail(attempt,
-                         u"Authentication token is required but was not available for "_s + name);
-                    return;
-                }
-                connectWithToken(attempt, token);
-            };
-            if (!signIn) {
-                afterSignIn(u"No OAuth sign-in is available"_s);
-                return;
-            }
-            // The sign-in may outlive the service (a browser left open).
-            signIn(attempt->config,
-                   [self = QPointer(this), afterSignIn](const std::optional<QString>& error) {
-                       if (self)
-                           afterSignIn(error);
-                   });
+            handleOAuthAuthentication(attempt->config, [self = QPointer(this), attempt](
+                                                           const std::optional<QString>& error) {
+                if (self)
+                    self->afterSignIn(attempt, error);
+            });
         },
         Qt::QueuedConnection);
+}
+
+void MCPRemoteService::afterSignIn(const std::shared_ptr<Attempt>& attempt,
+                                   const std::optional<QString>& error)
+{
+    const QString& name = attempt->config.name;
+    std::optional<QString> token;
+    if (error) {
+        qCWarning(lcMcp).noquote()
+            << u"OAuth authentication failed to provide a token for "_s + name;
+    } else {
+        token = m_keychain.readKey(attempt->config.tokenKey());
+        if (token)
+            qCInfo(lcMcp).noquote() << u"OAuth flow completed and token acquired for "_s + name;
+        else
+            qCWarning(lcMcp).noquote() << u"OAuth flow completed for "_s + name +
+                                              u" but token still not found in keychain."_s;
+    }
+    if (token) {
+        connectWithToken(attempt, token);
+        return;
+    }
+    qCCritical(lcMcp).noquote() << u"Critical: Auth required for "_s + name +
+                                       u" but no token available after checks and OAuth attempt."_s;
+    const QString missing = u"Authentication token is required but was not available for "_s + name;
+    qCWarning(lcMcp).noquote() << u"Failed to connect to "_s + name;
+    qCWarning(lcMcp).noquote() << u"Connection failed: "_s + missing;
+    // The sign-in's own text tells the user what went wrong (the browser
+    // cancelled, access denied, …); there is no token to clear.
+    const QString reported = error.value_or(missing);
+    m_lastErrors.insert(name, reported);
+    finish(attempt, reported);
+}
+
+void MCPRemoteService::handleOAuthAuthentication(const MCPRemoteConfig& config, Done done)
+{
+    const QString name = config.name;
+    qCInfo(lcMcp).noquote() << u"Starting OAuth authentication for "_s + name;
+    // One browser sign-in at a time: the newer one is what the user is doing.
+    if (m_signInFlow)
+        m_signInFlow->cancel();
+    // Found out before anything is asked of the server or the user.
+    std::optional<QString> refusal;
+    if (!m_browser.open) {
+        qCWarning(lcMcp).noquote() << u"OAuth presentation context not provided for "_s + name;
+        refusal = u"OAuth presentation context error"_s;
+    } else if (!KeychainManager::isValidKey(config.tokenKey())) {
+        qCWarning(lcMcp).noquote() << u"Failed to store OAuth access token for "_s + name;
+        refusal = u"Failed to store OAuth access token securely"_s;
+    }
+    if (refusal) {
+        QMetaObject::invokeMethod(
+            this, [done, error = *refusal] { done(error); }, Qt::QueuedConnection);
+        return;
+    }
+    auto* flow = new MCPOAuthFlow(config, m_browser, m_timing.browserLimit, this);
+    m_signInFlow = flow;
+    connect(flow, &MCPOAuthFlow::stageChanged, this, &MCPRemoteService::integrationsChanged);
+    flow->start(
+        [this, flow, config, done](const std::optional<QString>& token, const QString& error) {
+            // Not from inside its own callback.
+            flow->deleteLater();
+            if (m_signInFlow == flow)
+                m_signInFlow = nullptr;
+            Q_EMIT integrationsChanged();
+            const QString& name = config.name;
+            if (!token) {
+                done(error);
+                return;
+            }
+            if (!m_keychain.storeKey(*token, config.tokenKey())) {
+                qCWarning(lcMcp).noquote() << u"Failed to store OAuth access token for "_s + name;
+                done(u"Failed to store OAuth access token securely"_s);
+                return;
+            }
+            m_signedIn.insert(name);
+            qCInfo(lcMcp).noquote() << u"OAuth access token stored successfully for "_s + name;
+            qCInfo(lcMcp).noquote() << u"OAuth authentication completed successfully for "_s + name;
+            Q_EMIT integrationsChanged();
+            done(std::nullopt);
+        });
+    Q_EMIT integrationsChanged();
+}
+
+bool MCPRemoteService::handleOAuthCallback(const QUrl& callback)
+{
+    return m_signInFlow && m_signInFlow->handleCallback(callback);
+}
+
+QString MCPRemoteService::signingIn() const
+{
+    return m_signInFlow ? m_signInFlow->config().name : QString();
+}
+
+void MCPRemoteService::cancelSignIn()
+{
+    if (m_signInFlow)
+        m_signInFlow->cancel();
+}
+
+bool MCPRemoteService::signOut(const QString& name)
+{
+    const std::optional<MCPRemoteConfig> config = integration(name);
+    if (!config)
+        return false;
+    if (m_connections.contains(name))
+        disconnectFromIntegration(name);
+    if (!m_keychain.deleteKey(config->tokenKey()))
+        return false;
+    m_signedIn.remove(name);
+    m_lastErrors.remove(name);
+    qCInfo(lcMcp).noquote() << u"Signed out of "_s + name;
+    Q_EMIT integrationsChanged();
+    return true;
 }
 
 void MCPRemoteService::connectWithToken(const std::shared_ptr<Attempt>& attempt,
@@ -305,6 +415,7 @@ void MCPRemoteService::fail(const std::shared_ptr<Attempt>& attempt, const QStri
     QString reported = error;
     if (isAuthenticationFailure(lowered)) {
         m_keychain.deleteKey(attempt->config.tokenKey());
+        m_signedIn.remove(name);
         qCWarning(lcMcp).noquote() << u"Authentication failed for "_s + name +
                                           u". Token cleared. User will need to reconnect."_s;
         reported = authenticationFailedText;
@@ -556,9 +667,13 @@ QVariantList MCPRemoteService::integrationList() const
     for (const MCPRemoteConfig& config : allIntegrations()) {
         const auto connection = m_connections.constFind(config.name);
         const bool isConnected = connection != m_connections.cend();
-        const QString state = isConnected                          ? connectedState
-                              : m_connecting.contains(config.name) ? connectingState
-                                                                   : notConnectedState;
+        QString state = isConnected                          ? connectedState
+                        : m_connecting.contains(config.name) ? connectingState
+                                                             : notConnectedState;
+        if (!isConnected && m_signInFlow && m_signInFlow->config().name == config.name)
+            state = m_signInFlow->stage() == MCPOAuthFlow::Stage::WaitingForBrowser
+                        ? waitingForBrowserState
+                        : signingInState;
         const QStringList toolNames = isConnected ? connection->toolNames : QStringList();
         list.append(QVariantMap{
             {u"name"_s, config.name},
@@ -567,6 +682,7 @@ QVariantList MCPRemoteService::integrationList() const
             {u"requiresAuth"_s, config.requiresAuth},
             {u"isCustom"_s, config.isCustom},
             {u"state"_s, state},
+            {u"signedIn"_s, m_signedIn.contains(config.name)},
             {u"lastError"_s, m_lastErrors.value(config.name)},
             {u"toolNames"_s, toolNames},
             {u"toolCount"_s, toolNames.size()},

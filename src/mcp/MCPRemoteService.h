@@ -3,6 +3,7 @@
 // OAuth token each one is opened with, and the watch on their health.
 #pragma once
 
+#include "mcp/MCPOAuthFlow.h"
 #include "mcp/MCPRemoteConfig.h"
 #include "protocol/McpClient.h"
 
@@ -50,7 +51,8 @@ class MCPRemoteService : public QObject
     Q_OBJECT
     // Every integration, pre-built then custom, as the screens list them: name,
     // url, description, requiresAuth, isCustom, state ("connected",
-    // "connecting", "not connected"), lastError, toolNames, toolCount.
+    // "connecting", "signing in", "waiting for browser", "not connected"),
+    // signedIn, lastError, toolNames, toolCount.
     Q_PROPERTY(QVariantList integrations READ integrationList NOTIFY integrationsChanged)
     // Names of the connected integrations.
     Q_PROPERTY(QStringList connectedIntegrations READ connectedNames NOTIFY integrationsChanged)
@@ -62,9 +64,6 @@ class MCPRemoteService : public QObject
 public:
     // Nothing on success, the user-facing error otherwise.
     using Done = std::function<void(const std::optional<QString>& error)>;
-    // Runs the OAuth sign-in of one integration; `done` tells whether it ended
-    // with a token stored (its text says why not).
-    using SignIn = std::function<void(const MCPRemoteConfig& config, Done done)>;
 
     struct Timing
     {
@@ -73,6 +72,8 @@ public:
         // The wait between polls of the transport.
         std::chrono::milliseconds pollInterval{500};
         std::chrono::milliseconds healthCheckInterval{30'000};
+        // How long a sign-in waits for the browser to come back.
+        std::chrono::milliseconds browserLimit{std::chrono::minutes(10)};
     };
 
     // `settings` and `keychain` outlive the service. Loads the custom
@@ -136,9 +137,27 @@ public:
     // Called after each change of a connection's tool list, and when a
     // connection with tools goes.
     std::function<void()> onToolsChanged;
-    // The OAuth sign-in of an integration without a stored token; without it
-    // such an integration cannot connect.
-    SignIn signIn;
+
+    // Where sign-ins show the authorization page and where the browser comes
+    // back to; without a way to open it no sign-in can start.
+    void setOAuthBrowser(OAuthBrowser browser) { m_browser = std::move(browser); }
+    const OAuthBrowser& oauthBrowser() const { return m_browser; }
+    // The OAuth sign-in of the integration, ending with its token stored; a
+    // sign-in still waiting for the browser is cancelled first. `done` runs
+    // later, on this thread.
+    void handleOAuthAuthentication(const MCPRemoteConfig& config, Done done);
+    // The link the browser ended on; true when a sign-in was waiting for it.
+    bool handleOAuthCallback(const QUrl& callback);
+    // The integration whose sign-in runs, if any.
+    QString signingIn() const;
+    // Whether a token is kept for the integration.
+    bool isSignedIn(const QString& name) const { return m_signedIn.contains(name); }
+
+    // Ends the sign-in in progress as cancelled by the user.
+    Q_INVOKABLE void cancelSignIn();
+    // Deletes the integration's token, closing its connection first; false
+    // when the store could not delete it.
+    Q_INVOKABLE bool signOut(const QString& name);
 
 Q_SIGNALS:
     void integrationsChanged();
@@ -155,6 +174,7 @@ private:
                           const std::optional<QString>& token);
     void connected(const std::shared_ptr<Attempt>& attempt);
     void fail(const std::shared_ptr<Attempt>& attempt, const QString& error);
+    void afterSignIn(const std::shared_ptr<Attempt>& attempt, const std::optional<QString>& error);
     void finish(const std::shared_ptr<Attempt>& attempt, const std::optional<QString>& error);
     void connectionClosed(const QString& name, const QString& reason);
     void removeConnection(const QString& name);
@@ -175,4 +195,8 @@ private:
     QHash<QString, std::shared_ptr<Attempt>> m_attempts;
     QHash<QString, QString> m_lastErrors;
     QTimer m_healthTimer;
+    OAuthBrowser m_browser;
+    QPointer<MCPOAuthFlow> m_signInFlow;
+    // Integrations with a token kept, as far as this service has seen.
+    QSet<QString> m_signedIn;
 };

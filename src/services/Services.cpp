@@ -143,6 +143,10 @@ MCPRemoteService& Services::mcpService()
 {
     if (!m_mcpService) {
         m_mcpService = std::make_unique<MCPRemoteService>(m_settings, m_keychain);
+        // Sign-ins open the authorization page where the user's other logins
+        // open; the browser comes back through the app's link hand-over.
+        m_mcpService->setOAuthBrowser(
+            {QString::fromLatin1(OAuthBrowser::appRedirectUri), m_options.openUrl});
         m_mcpService->onToolsChanged = [this] {
             // The configuration manager watches the registry: with it in place,
             // the fresh document reaches the call's session ("update_local_tools")

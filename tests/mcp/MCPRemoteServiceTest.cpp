@@ -302,9 +302,8 @@ private Q_SLOTS:
         QTest::newRow("no /sse in the URL")
             << u"/events"_s << false << QString() // the error names the URL
             << u"Connection failed: Unsupported MCP server URL format: "_s;
-        QTest::newRow("auth without a token or a sign-in")
-            << u"/sse"_s << true
-            << u"Authentication failed. Please try connecting again to re-authenticate."_s
+        QTest::newRow("auth without a token nor a browser to sign in with")
+            << u"/sse"_s << true << u"OAuth presentation context error"_s
             << u"Critical: Auth required for Scripted but no token available after "
                u"checks and OAuth attempt."_s;
     }
@@ -330,48 +329,6 @@ private Q_SLOTS:
         QVERIFY(service->connectedIntegrations().isEmpty());
         QVERIFY(service->isConnecting().isEmpty());
         QCOMPARE(service->lastError(scriptedName), *outcome);
-    }
-
-    void signInHook_data()
-    {
-        QTest::addColumn<QString>("outcome"); // of the sign-in: "fails", "no token", "token"
-        QTest::addColumn<QString>("logLine");
-        QTest::addColumn<bool>("connects");
-        QTest::newRow("sign-in fails")
-            << u"fails"_s << u"OAuth authentication failed to provide a token for Scripted"_s
-            << false;
-        QTest::newRow("signed in, nothing stored")
-            << u"no token"_s
-            << u"OAuth flow completed for Scripted but token still not found in keychain."_s
-            << false;
-        QTest::newRow("signed in with a token")
-            << u"token"_s << u"OAuth flow completed and token acquired for Scripted"_s << true;
-    }
-
-    void signInHook()
-    {
-        QFETCH(QString, outcome);
-        QFETCH(QString, logLine);
-        QFETCH(bool, connects);
-        ScriptedMcpServer scripted;
-        LogCapture log;
-        const auto service = makeService(m_fast);
-        service->signIn = [&](const MCPRemoteConfig& config, const MCPRemoteService::Done& done) {
-            if (outcome == u"token"_s)
-                QVERIFY(m_keychain.storeKey(u"fresh-token"_s, config.tokenKey()));
-            QTimer::singleShot(10, [done, outcome] {
-                done(outcome == u"fails"_s ? std::optional(u"denied"_s) : std::nullopt);
-            });
-        };
-        const std::optional<QString> error =
-            connectAndWait(*service, customConfig(scriptedName, scripted.server.url(), true));
-        QCOMPARE(!error.has_value(), connects);
-        QVERIFY2(!log.lines({logLine}).isEmpty(), qPrintable(log.lines().join(u'\n')));
-        if (connects) {
-            const auto get = scripted.server.requests("GET");
-            QCOMPARE(get.size(), 1);
-            QCOMPARE(get.first().headers.value("authorization"), "Bearer fresh-token");
-        }
     }
 
     // The server's error texts, told apart as the user reads them; an
