@@ -309,6 +309,9 @@ std::optional<QString> connectMcpIntegrations(Services& services, const QStringL
             return u"Unknown MCP integration: "_s + name;
         if (service.connectedIntegrations().contains(name))
             continue;
+        // A command other than login has no way to bring the browser back.
+        if (config->requiresAuth && !services.keychain().readKey(config->tokenKey()))
+            return name + u" needs a sign-in first: quillmoss mcp login "_s + name;
         QEventLoop loop;
         std::optional<QString> failure;
         bool discovered = false;
