@@ -62,8 +62,10 @@ private Q_SLOTS:
         m_keyring = std::make_unique<KeyringSession>();
         QVERIFY2(m_keyring->isRunning(), qPrintable(m_keyring->error()));
         m_home = std::make_unique<TemporaryHome>();
-        // The demo account's calls are what the backend's own MCP server searches.
-        m_backend = std::make_unique<LocalBackend>(LocalBackend::Options{.seedDemo = true});
+        // The demo account's calls are what the backend's own MCP server searches,
+        // here without its sign-in.
+        m_backend = std::make_unique<LocalBackend>(
+            LocalBackend::Options{.seedDemo = true, .mcpOpen = true});
         QVERIFY2(m_backend->isRunning(), qPrintable(m_backend->error()));
         const auto tokens = m_backend->signIn(u"robin@example.com"_s, u"Robin Park"_s);
         QVERIFY(tokens);
