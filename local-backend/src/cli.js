@@ -1,6 +1,7 @@
 import { parseArgs } from 'node:util';
 import { DEFAULT_ACCESS_TOKEN_TTL_SECONDS } from './auth.js';
 import { DEFAULT_RESUME_WINDOW_SECONDS } from './liveCalls.js';
+import { DEFAULT_MCP_TOKEN_TTL_SECONDS } from './mcpOAuthProvider.js';
 
 const DEFAULT_LISTEN = '127.0.0.1:8787';
 const MAX_TOKEN_TTL_SECONDS = 365 * 24 * 3600;
@@ -20,6 +21,11 @@ Options:
                         how long a call whose connection dropped waits for its client to
                         reconnect and continue it (default ${DEFAULT_RESUME_WINDOW_SECONDS})
   --seed-demo           create the demo account and its calls unless they exist
+  --mcp-token-ttl SECONDS
+                        lifetime of the demo MCP server's access tokens
+                        (default ${DEFAULT_MCP_TOKEN_TTL_SECONDS})
+  --mcp-open            serve the demo account's calls on the demo MCP server to
+                        anyone, without sign-in (for clients that cannot sign in yet)
   -h, --help            show this help
 `;
 
@@ -43,7 +49,8 @@ function parseListen(text) {
 /**
  * @param {string[]} argv the arguments after the program name
  * @returns {{help: true} | {help: false, dbPath: string, host: string, port: number,
- *           tokenTtlSeconds: number, resumeWindowSeconds: number, seedDemo: boolean}}
+ *           tokenTtlSeconds: number, mcpTokenTtlSeconds: number, resumeWindowSeconds: number,
+ *           seedDemo: boolean, mcpOpen: boolean}}
  * @throws {UsageError}
  */
 export function parseArguments(argv) {
@@ -57,6 +64,8 @@ export function parseArguments(argv) {
         'token-ttl': { type: 'string', default: String(DEFAULT_ACCESS_TOKEN_TTL_SECONDS) },
         'resume-window': { type: 'string', default: String(DEFAULT_RESUME_WINDOW_SECONDS) },
         'seed-demo': { type: 'boolean', default: false },
+        'mcp-token-ttl': { type: 'string', default: String(DEFAULT_MCP_TOKEN_TTL_SECONDS) },
+        'mcp-open': { type: 'boolean', default: false },
         help: { type: 'boolean', short: 'h', default: false },
       },
       strict: true,
@@ -67,10 +76,15 @@ export function parseArguments(argv) {
   }
   if (values.help) return { help: true };
   if (!values.db) throw new UsageError('--db PATH is required');
-  const ttl = values['token-ttl'];
-  if (!/^\d+$/.test(ttl) || Number(ttl) < 1 || Number(ttl) > MAX_TOKEN_TTL_SECONDS) {
-    throw new UsageError(`--token-ttl takes a whole number of seconds from 1 to ${MAX_TOKEN_TTL_SECONDS}, not "${ttl}"`);
-  }
+  const ttlOption = (name) => {
+    const ttl = values[name];
+    if (!/^\d+$/.test(ttl) || Number(ttl) < 1 || Number(ttl) > MAX_TOKEN_TTL_SECONDS) {
+      throw new UsageError(`--${name} takes a whole number of seconds from 1 to ${MAX_TOKEN_TTL_SECONDS}, not "${ttl}"`);
+    }
+    return Number(ttl);
+  };
+  const tokenTtlSeconds = ttlOption('token-ttl');
+  const mcpTokenTtlSeconds = ttlOption('mcp-token-ttl');
   const resumeWindow = values['resume-window'];
   if (!/^\d+$/.test(resumeWindow) || Number(resumeWindow) > MAX_RESUME_WINDOW_SECONDS) {
     throw new UsageError(`--resume-window takes a whole number of seconds from 0 to ${MAX_RESUME_WINDOW_SECONDS}, not "${resumeWindow}"`);
@@ -79,8 +93,10 @@ export function parseArguments(argv) {
     help: false,
     dbPath: values.db,
     ...parseListen(values.listen),
-    tokenTtlSeconds: Number(ttl),
+    tokenTtlSeconds,
+    mcpTokenTtlSeconds,
     resumeWindowSeconds: Number(resumeWindow),
     seedDemo: values['seed-demo'],
+    mcpOpen: values['mcp-open'],
   };
 }

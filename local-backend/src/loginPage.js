@@ -19,10 +19,12 @@ const escapeHtml = (text) =>
 
 /**
  * The sign-in page: stands in for the identity provider's, and asks only who you are.
- * @param {{message?: string, name?: string, email?: string}} [form] what to show again after a mistake
+ * @param {{message?: string, name?: string, email?: string, request?: string, clientName?: string}} [form]
+ *   what to show again after a mistake; `request` is a pending authorization of the demo MCP server,
+ *   for the application `clientName`, that the sign-in continues
  * @returns {string}
  */
-function renderLoginPage({ message = '', name = '', email = '' } = {}) {
+function renderLoginPage({ message = '', name = '', email = '', request = '', clientName = '' } = {}) {
   return `<!doctype html>
 <html lang="en">
 <head>
@@ -47,10 +49,11 @@ function renderLoginPage({ message = '', name = '', email = '' } = {}) {
 <main>
 <h1>Sign in to Quillmoss (local)</h1>
 <p class="note">This backend runs on your own machine. Any e-mail address signs you in; there is no password.</p>
+${clientName ? `<p>Sign in to let ${escapeHtml(clientName)} use the demo MCP server.</p>` : ''}
 ${message ? `<p class="message" role="alert">${escapeHtml(message)}</p>` : ''}
 <form method="post" action="/login">
   <input type="hidden" name="provider" value="${PROVIDER}">
-  <label for="name">Name</label>
+${request ? `  <input type="hidden" name="request" value="${escapeHtml(request)}">\n` : ''}  <label for="name">Name</label>
   <input id="name" name="name" autocomplete="name" maxlength="${MAX_NAME_LENGTH}" value="${escapeHtml(name)}">
   <label for="email">E-mail</label>
   <input id="email" name="email" type="email" autocomplete="email" required maxlength="${MAX_EMAIL_LENGTH}" value="${escapeHtml(email)}">
@@ -84,18 +87,32 @@ function formProblem(name, email) {
   return null;
 }
 
+const EXPIRED_REQUEST = 'This sign-in request has expired or was already answered. Start it again from the app.';
+
 /**
  * GET and POST /login: the page, and the form that signs in and sends the tokens back to the app
- * through its URL scheme.
+ * through its URL scheme. With a `request` (a pending authorization of the demo MCP server) the
+ * same page signs the person in for that authorization instead: no app tokens are issued, and the
+ * browser goes on to the consent page.
  * @param {import('./auth.js').AuthService} auth
+ * @param {{clientOf: (request: string) => string | null,
+ *          signedIn: (request: string, who: {email: string, name: string}) => string | null}} [authorizations] the
+ *   pending authorizations: the client a request is for, and where to go once signed in (null
+ *   when the request is unknown or expired)
  * @returns {import('./http.js').Routes}
  */
-export function loginRoutes(auth) {
+export function loginRoutes(auth, authorizations = { clientOf: () => null, signedIn: () => null }) {
   const page = (res, status, form) => sendHtml(res, status, renderLoginPage(form), PAGE_HEADERS);
 
   return {
     '/login': {
       GET: (req, res, query) => {
+        const request = query.get('request');
+        if (request !== null) {
+          const clientName = authorizations.clientOf(request);
+          if (clientName === null) return page(res, 400, { message: EXPIRED_REQUEST });
+          return page(res, 200, { request, clientName });
+        }
         const problem = providerProblem(query.get('provider'));
         page(res, problem ? 400 : 200, { message: problem ?? '' });
       },
@@ -108,8 +125,17 @@ export function loginRoutes(auth) {
         const form = new URLSearchParams(body.toString('utf8'));
         const name = (form.get('name') ?? '').trim();
         const email = (form.get('email') ?? '').trim();
+        const request = form.get('request');
+        const clientName = request === null ? '' : authorizations.clientOf(request);
+        if (clientName === null) return page(res, 400, { message: EXPIRED_REQUEST });
         const problem = providerProblem(form.get('provider')) ?? formProblem(name, email);
-        if (problem) return page(res, 400, { message: problem, name, email });
+        if (problem) return page(res, 400, { message: problem, name, email, request: request ?? '', clientName });
+
+        if (request !== null) {
+          const next = authorizations.signedIn(request, { email, name });
+          if (next === null) return page(res, 400, { message: EXPIRED_REQUEST });
+          return sendHtml(res, 303, '<!doctype html><title>Signed in</title><p>Signed in.</p>\n', { ...PAGE_HEADERS, Location: next });
+        }
 
         const { tokens } = auth.signIn({ email, name });
         const location = `${CALLBACK}?${new URLSearchParams({ ...tokens, expires_in: String(tokens.expires_in) })}`;

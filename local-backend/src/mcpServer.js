@@ -5,9 +5,9 @@
  * message it posts is accepted with 202 and answered on its stream. Every stream is a session of
  * its own, with its own MCP server object, ended when the stream closes.
  *
- * Whose calls a session reads is decided once per request by `accountFor`; today that is the
- * demo account for anyone who can reach the port, and a bearer-token check takes its place
- * without touching the routes.
+ * Whose calls a session reads is decided once per request by `accountFor`: the account of the
+ * request's bearer token (mcpOAuth.js), or, when the backend runs with --mcp-open, the demo
+ * account for anyone who can reach the port.
  */
 import { McpServer } from '@modelcontextprotocol/sdk/server/mcp.js';
 import { SSEServerTransport } from '@modelcontextprotocol/sdk/server/sse.js';
@@ -93,7 +93,8 @@ export function createDemoMcpServer(callsOf) {
 }
 
 /**
- * Today's account resolver: the demo account, whoever asks; none when it was never seeded.
+ * The open account resolver (--mcp-open): the demo account, whoever asks; none when it was never
+ * seeded.
  * @param {import('./auth.js').AuthService} auth
  * @returns {(req: import('node:http').IncomingMessage) => McpAccount | null}
  */
@@ -134,11 +135,12 @@ export function mcpRoutes({ calls, accountFor, log = () => {}, maxSessions = MAX
   }
 
   async function postMessage(req, res, query) {
+    // Who asks comes first: without a valid sign-in, nothing is said about sessions.
+    const account = accountFor(req);
     const id = query.get('sessionId');
     if (!id) throw new HttpError(400, 'The sessionId query parameter is missing: post to the endpoint the event stream gave.');
     const session = sessions.get(id);
     if (!session) throw new HttpError(404, `No MCP session ${id.slice(0, 64)}: it has ended or never existed. Open ${MCP_STREAM_PATH} again.`);
-    const account = accountFor(req);
     if (account?.userId !== session.account?.userId) throw new HttpError(403, 'This MCP session belongs to another account.');
     if (!/^application\/json\s*(?:;|$)/i.test(req.headers['content-type'] ?? '')) {
       throw new HttpError(415, 'A message is posted as application/json.');

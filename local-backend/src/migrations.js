@@ -65,4 +65,49 @@ export const migrations = [
       CREATE INDEX feedback_by_user ON feedback (user_id, created_at);
     `,
   },
+  {
+    version: 2,
+    name: 'demo MCP server sign-in: clients, codes, tokens',
+    sql: `
+      -- Clients registered through dynamic client registration; metadata is the registration
+      -- answer as JSON (public clients only, so it holds no secret).
+      CREATE TABLE oauth_clients (
+        client_id TEXT PRIMARY KEY,
+        metadata TEXT NOT NULL,
+        created_at TEXT NOT NULL
+      );
+
+      -- Authorization codes, by hash. A used code keeps its row until it expires, so that a second
+      -- use is recognised and the tokens of its grant are revoked.
+      CREATE TABLE oauth_codes (
+        code_hash TEXT PRIMARY KEY,
+        client_id TEXT NOT NULL REFERENCES oauth_clients (client_id) ON DELETE CASCADE,
+        user_id TEXT NOT NULL REFERENCES users (id) ON DELETE CASCADE,
+        grant_id TEXT NOT NULL,
+        redirect_uri TEXT NOT NULL,
+        code_challenge TEXT NOT NULL,
+        scope TEXT NOT NULL,
+        resource TEXT,
+        expires_at TEXT NOT NULL,
+        used_at TEXT
+      );
+      CREATE INDEX oauth_codes_by_expiry ON oauth_codes (expires_at);
+
+      -- Access and refresh tokens of the demo MCP server, by hash; a grant is one consent, and
+      -- everything refreshed from it shares its id.
+      CREATE TABLE oauth_tokens (
+        token_hash TEXT PRIMARY KEY,
+        kind TEXT NOT NULL CHECK (kind IN ('access', 'refresh')),
+        client_id TEXT NOT NULL REFERENCES oauth_clients (client_id) ON DELETE CASCADE,
+        user_id TEXT NOT NULL REFERENCES users (id) ON DELETE CASCADE,
+        grant_id TEXT NOT NULL,
+        scope TEXT NOT NULL,
+        resource TEXT,
+        expires_at TEXT NOT NULL,
+        created_at TEXT NOT NULL
+      );
+      CREATE INDEX oauth_tokens_by_expiry ON oauth_tokens (expires_at);
+      CREATE INDEX oauth_tokens_by_grant ON oauth_tokens (grant_id);
+    `,
+  },
 ];

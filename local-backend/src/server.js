@@ -11,6 +11,7 @@ import { createRequestHandler } from './http.js';
 import { LiveCalls } from './liveCalls.js';
 import { liveToolRoutes } from './localTools.js';
 import { loginRoutes } from './loginPage.js';
+import { McpOAuth } from './mcpOAuth.js';
 import { demoAccount, mcpRoutes } from './mcpServer.js';
 import { DEMO_EMAIL, seedDemo } from './seed.js';
 
@@ -35,7 +36,9 @@ const SHUTDOWN_GRACE_MS = 5000;
  * Opens the data directory and database, seeds the demo account when asked, takes up the calls
  * left open by the last run, and listens.
  * @param {{dbPath: string, host: string, port: number, tokenTtlSeconds?: number, seedDemo?: boolean,
- *          resumeWindowSeconds?: number, log?: (line: string) => void}} options
+ *          resumeWindowSeconds?: number, mcpTokenTtlSeconds?: number, mcpOpen?: boolean,
+ *          log?: (line: string) => void}} options `mcpOpen` serves the demo account's calls on the
+ *   demo MCP server to anyone, without sign-in
  * @returns {Promise<Backend>}
  */
 export async function startBackend({
@@ -45,6 +48,8 @@ export async function startBackend({
   tokenTtlSeconds,
   seedDemo: seed = false,
   resumeWindowSeconds,
+  mcpTokenTtlSeconds,
+  mcpOpen = false,
   log = logToStderr,
 }) {
   const dataDir = path.dirname(path.resolve(dbPath));
@@ -63,10 +68,12 @@ export async function startBackend({
     const liveCalls = new LiveCalls(calls, { resumeWindowSeconds, log });
     liveCalls.recover();
 
-    // The demo MCP server reads the demo account's calls; a sign-in check replaces `demoAccount`.
-    const mcp = mcpRoutes({ calls, accountFor: demoAccount(auth), log });
+    // The demo MCP server reads the calls of the account its bearer token was issued to.
+    const oauth = new McpOAuth({ db, auth, accessTokenTtlSeconds: mcpTokenTtlSeconds });
+    const accountFor = mcpOpen ? demoAccount(auth) : (req) => oauth.accountFor(req);
+    const mcp = mcpRoutes({ calls, accountFor, log });
     const routes = {
-      ...loginRoutes(auth),
+      ...loginRoutes(auth, oauth.loginHooks),
       ...authRoutes(auth),
       ...callRoutes(auth, calls),
       ...feedbackRoutes(auth, feedback),
@@ -90,9 +97,13 @@ export async function startBackend({
     server.on('error', (error) => log(`server error: ${error.message}`));
 
     const shownHost = host.includes(':') ? `[${host}]` : host;
+    const url = `http://${shownHost}:${server.address().port}`;
+    // The authorization server's issuer is the address with its real port, known only now; no
+    // request has been read yet (that happens on a later turn of the event loop).
+    Object.assign(routes, oauth.routes(url));
     return {
       server,
-      url: `http://${shownHost}:${server.address().port}`,
+      url,
       db,
       auth,
       calls,

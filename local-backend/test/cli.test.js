@@ -18,6 +18,8 @@ test('a bad command line exits 2 with a message on stderr', async (t) => {
     ['--db', db, '--token-ttl', '0'],
     ['--db', db, '--token-ttl', '1.5'],
     ['--db', db, '--token-ttl', '-3'],
+    ['--db', db, '--mcp-token-ttl', '0'],
+    ['--db', db, '--mcp-token-ttl', 'soon'],
     ['--db', db, '--resume-window', '1.5'],
     ['--db', db, '--resume-window', '86401'],
     ['--db', db, '--verbose'],

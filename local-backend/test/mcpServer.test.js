@@ -1,23 +1,32 @@
 // The demo MCP server, driven as a remote MCP client drives it: the SDK's own client over the
-// SSE transport against the real program with the demo account, and raw HTTP for what a client
-// library would never send.
+// SSE transport against the real program with the demo account, signed in with a bearer token,
+// and raw HTTP for what a client library would never send.
 import assert from 'node:assert/strict';
 import http from 'node:http';
 import { test } from 'node:test';
 import { Client } from '@modelcontextprotocol/sdk/client/index.js';
 import { SSEClientTransport } from '@modelcontextprotocol/sdk/client/sse.js';
 import { backendForFile, listCalls, startBackend } from './helpers/backend.js';
+import { mcpSignIn } from './helpers/mcpOAuth.js';
 
 const backend = backendForFile(['--seed-demo']);
 
-async function connect(server = backend()) {
+// One sign-in per backend, as the demo account; a backend started with --mcp-open needs none.
+const tokens = new WeakMap();
+async function bearerFor(server) {
+  if (!tokens.has(server)) tokens.set(server, (await mcpSignIn(server)).access_token);
+  return { Authorization: `Bearer ${tokens.get(server)}` };
+}
+
+async function connect(server = backend(), { signIn = true } = {}) {
   const client = new Client({ name: 'mcp-test', version: '1.0.0' });
-  await client.connect(new SSEClientTransport(new URL('/mcp/sse', server.url)));
+  const headers = signIn ? await bearerFor(server) : {};
+  await client.connect(new SSEClientTransport(new URL('/mcp/sse', server.url), { requestInit: { headers } }));
   return client;
 }
 
-async function withClient(run, server) {
-  const client = await connect(server);
+async function withClient(run, server, options) {
+  const client = await connect(server, options);
   try {
     return await run(client);
   } finally {
@@ -35,9 +44,10 @@ async function demoCallIds() {
 }
 
 /** Opens the event stream by hand: the endpoint it names, and a way to hang up. */
-function openStream() {
+async function openStream() {
+  const headers = await bearerFor(backend());
   return new Promise((resolve, reject) => {
-    const req = http.get(new URL('/mcp/sse', backend().url), { agent: false }, (res) => {
+    const req = http.get(new URL('/mcp/sse', backend().url), { agent: false, headers }, (res) => {
       let text = '';
       res.setEncoding('utf8');
       res.on('data', (chunk) => {
@@ -51,8 +61,8 @@ function openStream() {
 }
 
 const INITIALIZE = { jsonrpc: '2.0', id: 1, method: 'initialize', params: { protocolVersion: '2024-11-05', capabilities: {}, clientInfo: { name: 'raw', version: '1' } } };
-const post = (target, body, headers = { 'Content-Type': 'application/json' }) =>
-  backend().request('POST', target, { headers, body: typeof body === 'string' ? body : JSON.stringify(body) });
+const post = async (target, body, headers = { 'Content-Type': 'application/json' }) =>
+  backend().request('POST', target, { headers: { ...(await bearerFor(backend())), ...headers }, body: typeof body === 'string' ? body : JSON.stringify(body) });
 
 test('the server names itself and lists its three tools with their input schemas', async () => {
   await withClient(async (client) => {
@@ -170,13 +180,13 @@ test('two clients at once each get the answers to their own questions', async ()
   }
 });
 
-test('without the demo account the tools say how to create it', async (t) => {
-  const bare = await startBackend(t);
+test('open without sign-in and without the demo account, the tools say how to create it', async (t) => {
+  const bare = await startBackend(t, ['--mcp-open']);
   await withClient(async (client) => {
     const result = await client.callTool({ name: 'search_calls', arguments: { query: 'pricing' } });
     assert.equal(result.isError, true);
     assert.match(textOf(result), /no demo account here \(demo@quillmoss\.local\): start the backend with --seed-demo/);
-  }, bare);
+  }, bare, { signIn: false });
 });
 
 test('an open stream does not hold up a shutdown', async (t) => {

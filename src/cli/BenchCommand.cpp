@@ -26,12 +26,13 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-const auto usage = u"bench capture [--benchmark_filter=REGEX] [--benchmark_* options]\n"
-                   u"bench recognition --model PATH --audio FILE [--threads N] [--runs N]\n"
-                   u"bench session [--count N]\n"
-                   u"bench chat [--count N]\n"
-                   u"bench chat-model [--benchmark_filter=REGEX] [--benchmark_* options]\n"
-                   u"bench mcp [--url URL] [--tool NAME] [--args JSON] [--count N]\n"_s;
+const auto usage =
+    u"bench capture [--benchmark_filter=REGEX] [--benchmark_* options]\n"
+    u"bench recognition --model PATH --audio FILE [--threads N] [--runs N]\n"
+    u"bench session [--count N]\n"
+    u"bench chat [--count N]\n"
+    u"bench chat-model [--benchmark_filter=REGEX] [--benchmark_* options]\n"
+    u"bench mcp [--url URL | --mcp NAME] [--tool NAME] [--args JSON] [--count N]\n"_s;
 
 // What PulseAudio delivers on a typical desktop, for both streams.
 constexpr double captureRate = 48000.0;

@@ -3,7 +3,9 @@
 #include "cli/BenchSupport.h"
 #include "cli/Cli.h"
 #include "mcp/AuthenticatedMCPTransport.h"
+#include "mcp/MCPRemoteService.h"
 #include "protocol/McpClient.h"
+#include "store/KeychainManager.h"
 
 #include <QCommandLineParser>
 #include <QElapsedTimer>
@@ -21,9 +23,10 @@ using namespace Qt::StringLiterals;
 namespace {
 
 const auto usage =
-    u"bench mcp [--url URL] [--tool NAME] [--args JSON] [--count N]\n"
+    u"bench mcp [--url URL | --mcp NAME] [--tool NAME] [--args JSON] [--count N]\n"
     u"  --url    the server's event stream (default: the backend's demo server, "
     u"<backend>/mcp/sse)\n"
+    u"  --mcp    a configured integration, by its name: its URL, with its stored token\n"
     u"  --tool   the tool to call (default: search_calls)\n"
     u"  --args   its arguments as a JSON object (default: {\"query\": \"pricing\"})\n"
     u"  --count  calls to make (default: 200)\n"_s;
@@ -46,12 +49,53 @@ double millisecondsSince(const QElapsedTimer& clock, qint64 start)
     return double(clock.nsecsElapsed() - start) / 1e6;
 }
 
+// The server to measure and what to show it.
+struct Target
+{
+    QUrl url;
+    std::optional<QString> token;
+    QString integration; // the configured integration's name, when one was named
+};
+
+// The integration `name` as the app would connect it: its URL, and the token
+// its sign-in stored, if any.
+std::optional<Target> integrationTarget(CliContext& context, const QString& name, QString* error)
+{
+    const std::unique_ptr<Services> services = context.makeServices();
+    const std::optional<MCPRemoteConfig> config = services->mcpService().integration(name);
+    if (!config) {
+        *error = u"Unknown MCP integration: "_s + name;
+        return std::nullopt;
+    }
+    return Target{QUrl(config->url), services->keychain().readKey(config->tokenKey()), name};
+}
+
+// A server that wants a sign-in refuses the event stream with 401; what the
+// user can do about it is more use to them than the status.
+QString connectFailure(const Target& target, const QString& error)
+{
+    QString text = u"cannot connect to %1: %2"_s.arg(target.url.toString(), error);
+    if (target.token || !error.contains(u"(HTTP 401)"_s))
+        return text;
+    const QString name = target.integration.isEmpty() ? u"NAME"_s : target.integration;
+    text += u"\nThe server wants a sign-in. "_s;
+    if (target.integration.isEmpty())
+        text += u"Add it with `quillmoss mcp add NAME %1 --requires-auth`, then sign"_s.arg(
+            target.url.toString());
+    else
+        text += u"Sign"_s;
+    text += u" in with `quillmoss mcp login %1` and run `quillmoss bench mcp --mcp %1`"_s.arg(
+        name.contains(u' ') ? u'"' + name + u'"' : name);
+    return text;
+}
+
 } // namespace
 
 int runMcpBench(CliContext& context, const QStringList& options)
 {
     QCommandLineParser parser;
     parser.addOption({u"url"_s, u"The server's event stream."_s, u"URL"_s});
+    parser.addOption({u"mcp"_s, u"A configured integration."_s, u"NAME"_s});
     parser.addOption({u"tool"_s, u"The tool to call."_s, u"NAME"_s, u"search_calls"_s});
     parser.addOption({u"args"_s, u"Its arguments."_s, u"JSON"_s, u"{\"query\": \"pricing\"}"_s});
     parser.addOption({u"count"_s, u"Calls to make."_s, u"N"_s, u"200"_s});
@@ -65,26 +109,41 @@ int runMcpBench(CliContext& context, const QStringList& options)
     const QJsonDocument arguments = QJsonDocument::fromJson(parser.value(u"args"_s).toUtf8());
     if (!arguments.isObject())
         return context.usageError(u"--args takes a JSON object"_s, usage);
-    QUrl url(parser.value(u"url"_s));
-    if (!parser.isSet(u"url"_s)) {
-        url = context.backendUrl;
-        url.setPath(url.path().chopped(url.path().endsWith(u'/') ? 1 : 0) + u"/mcp/sse"_s);
+    if (parser.isSet(u"url"_s) && parser.isSet(u"mcp"_s))
+        return context.usageError(u"--url and --mcp name the server twice"_s, usage);
+    Target target;
+    if (parser.isSet(u"mcp"_s)) {
+        QString error;
+        std::optional<Target> named = integrationTarget(context, parser.value(u"mcp"_s), &error);
+        if (!named)
+            return context.fail(error);
+        target = std::move(*named);
+    } else if (parser.isSet(u"url"_s)) {
+        target.url = QUrl(parser.value(u"url"_s));
+    } else {
+        target.url = context.backendUrl;
+        target.url.setPath(target.url.path().chopped(target.url.path().endsWith(u'/') ? 1 : 0) +
+                           u"/mcp/sse"_s);
     }
-    if (!url.isValid() || !url.scheme().startsWith(u"http"_s))
+    const QUrl& url = target.url;
+    if (!url.isValid() || !url.scheme().startsWith(u"http"_s)) {
+        if (!target.integration.isEmpty())
+            return context.fail(
+                u"%1 has no http(s) URL: %2"_s.arg(target.integration, url.toString()));
         return context.usageError(u"--url takes an http(s) URL"_s, usage);
+    }
     const QString tool = parser.value(u"tool"_s);
 
     // The client and its transport alone: what is measured is the protocol's
     // way there and back, not the tool registry or the chat around it.
-    McpClient client(std::make_unique<AuthenticatedMCPTransport>(url));
+    McpClient client(std::make_unique<AuthenticatedMCPTransport>(url, target.token));
     QElapsedTimer clock;
     clock.start();
     using Outcome = std::optional<QString>;
     const std::optional<Outcome> connected = await<Outcome>(
         [&client](const std::function<void(Outcome)>& done) { client.connectToServer(done); });
     if (!connected || *connected)
-        return context.fail(u"cannot connect to %1: %2"_s.arg(
-            url.toString(), connected ? **connected : u"no answer"_s));
+        return context.fail(connectFailure(target, connected ? **connected : u"no answer"_s));
     const double connectMs = millisecondsSince(clock, 0);
 
     qint64 start = clock.nsecsElapsed();

@@ -368,7 +368,8 @@ private Q_SLOTS:
     // found comes back into the conversation.
     void chatRunsARemoteServersTool()
     {
-        LocalBackend backend(LocalBackend::Options{.seedDemo = true});
+        // The MCP server's own sign-in is not what this is about.
+        LocalBackend backend(LocalBackend::Options{.seedDemo = true, .mcpOpen = true});
         QVERIFY2(backend.isRunning(), qPrintable(backend.error()));
         const auto tokens = backend.signIn(LocalBackend::demoEmail());
         QVERIFY(tokens);

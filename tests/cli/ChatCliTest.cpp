@@ -62,8 +62,10 @@ private Q_SLOTS:
         m_keyring = std::make_unique<KeyringSession>();
         QVERIFY2(m_keyring->isRunning(), qPrintable(m_keyring->error()));
         m_home = std::make_unique<TemporaryHome>();
-        // The demo account's calls are what the backend's own MCP server searches.
-        m_backend = std::make_unique<LocalBackend>(LocalBackend::Options{.seedDemo = true});
+        // The demo account's calls are what the backend's own MCP server searches,
+        // here without its sign-in.
+        m_backend = std::make_unique<LocalBackend>(
+            LocalBackend::Options{.seedDemo = true, .mcpOpen = true});
         QVERIFY2(m_backend->isRunning(), qPrintable(m_backend->error()));
         const auto tokens = m_backend->signIn(u"robin@example.com"_s, u"Robin Park"_s);
         QVERIFY(tokens);
@@ -226,34 +228,61 @@ private Q_SLOTS:
     void benchMcp_data()
     {
         QTest::addColumn<QStringList>("options");
+        QTest::addColumn<bool>("signInWanted"); // against a backend whose MCP server wants it
         QTest::addColumn<int>("exitCode");
         QTest::addColumn<QString>("outputHas");
         QTest::newRow("the demo server's search")
-            << QStringList{u"--count"_s, u"3"_s} << 0
+            << QStringList{u"--count"_s, u"3"_s} << false << 0
             << u"3 calls of search_calls, one after the other"_s;
-        QTest::newRow("a tool the server lacks") << QStringList{u"--tool"_s, u"nothing_here"_s} << 1
-                                                 << u"the server has no tool \"nothing_here\""_s;
+        QTest::newRow("a configured integration, by name")
+            << QStringList{u"--mcp"_s, u"Quillmoss-Demo"_s, u"--count"_s, u"2"_s} << false << 0
+            << u"2 calls of search_calls, one after the other"_s;
+        QTest::newRow("a tool the server lacks")
+            << QStringList{u"--tool"_s, u"nothing_here"_s} << false << 1
+            << u"the server has no tool \"nothing_here\""_s;
         QTest::newRow("a tool's error") << QStringList{u"--tool"_s, u"get_call_summary"_s,
                                                        u"--args"_s, uR"({"call_id": "nope"})"_s}
-                                        << 1 << u"call 1: MCP tool error: "_s;
+                                        << false << 1 << u"call 1: MCP tool error: "_s;
         QTest::newRow("arguments not an object")
-            << QStringList{u"--args"_s, u"[1]"_s} << 2 << u"--args takes a JSON object"_s;
-        QTest::newRow("nothing listening")
-            << QStringList{u"--url"_s, u"http://127.0.0.1:9/sse"_s} << 1 << u"cannot connect to"_s;
+            << QStringList{u"--args"_s, u"[1]"_s} << false << 2 << u"--args takes a JSON object"_s;
+        QTest::newRow("nothing listening") << QStringList{u"--url"_s, u"http://127.0.0.1:9/sse"_s}
+                                           << false << 1 << u"cannot connect to"_s;
+        QTest::newRow("an integration that is not configured")
+            << QStringList{u"--mcp"_s, u"Nowhere"_s} << false << 1
+            << u"Unknown MCP integration: Nowhere"_s;
+        QTest::newRow("both --url and --mcp")
+            << QStringList{u"--url"_s, u"http://127.0.0.1:9/sse"_s, u"--mcp"_s, u"Quillmoss-Demo"_s}
+            << false << 2 << u"--url and --mcp name the server twice"_s;
+        QTest::newRow("a server that wants a sign-in: how to sign in")
+            << QStringList{u"--count"_s, u"1"_s} << true << 1
+            << u"sign in with `quillmoss mcp login NAME` and run `quillmoss bench mcp --mcp "
+               u"NAME`"_s;
     }
 
     void benchMcp()
     {
         QFETCH(QStringList, options);
+        QFETCH(bool, signInWanted);
         QFETCH(int, exitCode);
         QFETCH(QString, outputHas);
-        const CliRunner::Result result = run(QStringList{u"bench"_s, u"mcp"_s} + options);
+        QProcessEnvironment environment = m_environment;
+        std::unique_ptr<LocalBackend> guarded;
+        if (signInWanted) {
+            guarded = std::make_unique<LocalBackend>();
+            QVERIFY2(guarded->isRunning(), qPrintable(guarded->error()));
+            environment.insert(u"QUILLMOSS_BACKEND_URL"_s, guarded->url().toString());
+        }
+        const CliRunner::Result result = whileServing([&] {
+            return CliRunner::run(QStringList{u"bench"_s, u"mcp"_s} + options, {}, environment);
+        });
         QVERIFY2(result.exitCode == exitCode, qPrintable(result.err + result.out));
         QVERIFY2((result.out + result.err).contains(outputHas),
                  qPrintable(result.err + result.out));
         if (exitCode == 0)
             QVERIFY2(result.out.contains(u"round trip of a tool call: mean "_s),
                      qPrintable(result.out));
+        if (signInWanted)
+            QVERIFY2(result.err.contains(u"(HTTP 401)"_s), qPrintable(result.err));
     }
 
     void benchChatWithoutSession()

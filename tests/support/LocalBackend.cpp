@@ -67,6 +67,8 @@ bool LocalBackend::start()
         arguments << u"--seed-demo"_s;
     if (m_options.tokenTtlSeconds > 0)
         arguments << u"--token-ttl"_s << QString::number(m_options.tokenTtlSeconds);
+    if (m_options.mcpOpen)
+        arguments << u"--mcp-open"_s;
 
     m_process = std::make_unique<QProcess>();
     m_process->setProgram(TestPaths::sourceDirectory() +

@@ -20,6 +20,9 @@ public:
     {
         bool seedDemo = false;
         int tokenTtlSeconds = 0; // 0: the backend's default
+        // The demo MCP server without sign-in, serving the demo account's calls
+        // to whoever asks; otherwise it wants a bearer token of its own sign-in.
+        bool mcpOpen = false;
     };
 
     // Starts the backend and waits until it listens (or failed: see error()).
