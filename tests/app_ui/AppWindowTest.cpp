@@ -10,6 +10,7 @@
 #include "LocalBackend.h"
 #include "LogCapture.h"
 #include "ModelHostServer.h"
+#include "OAuthTestBrowser.h"
 #include "PulseAudioServer.h"
 #include "QuickDriver.h"
 #include "RecordingSearchTool.h"
@@ -30,6 +31,7 @@
 #include "services/Services.h"
 #include "session/SummaryModel.h"
 #include "store/AppPaths.h"
+#include "store/KeychainManager.h"
 #include "tools/LocalToolManager.h"
 
 #include <QClipboard>
@@ -326,8 +328,14 @@ private Q_SLOTS:
             opened = QTest::qWaitFor([this] { return m_ui->isShown(u"callDetail"_s); }, 5'000);
         }
         QVERIFY(opened);
-        QVERIFY(m_ui->click(u"detailTab_Transcript"_s));
-        QTRY_VERIFY(m_ui->isShown(u"transcriptPage"_s));
+        // The detail's tabs settle the same way.
+        bool onTranscript = false;
+        for (int attempt = 0; attempt < 3 && !onTranscript; ++attempt) {
+            QVERIFY(m_ui->click(u"detailTab_Transcript"_s));
+            onTranscript =
+                QTest::qWaitFor([this] { return m_ui->isShown(u"transcriptPage"_s); }, 5'000);
+        }
+        QVERIFY(onTranscript);
         // The screen reads the call's typed details: the lines the call sent are there.
         QTRY_VERIFY(m_ui->property(u"transcriptSegments"_s, "count").toInt() > 0);
         QVERIFY(m_ui->click(u"copyActionsButton"_s));
@@ -370,40 +378,77 @@ private Q_SLOTS:
     // The Remote MCP section with the real service: a server of the user's
     // own added through the form (the plain-http warning shown), connected to
     // the local backend's demo server with its tools listed, then removed.
-    void aRemoteServerIsAddedConnectedAndRemoved()
+    // The backend's demo server asks for a sign-in: Connect opens its page in
+    // the browser, the person signs in and allows, and the browser's link comes
+    // back through a second launch, as the desktop hands it over.
+    void aRemoteServerIsAddedSignedInToConnectedAndRemoved()
     {
         openSection(u"integrations"_s);
         QTRY_VERIFY(m_ui->isShown(u"mcpCard_Linear"_s));
         QCOMPARE(m_ui->text(u"mcpState_Linear"_s), u"Not connected"_s);
 
+        const QString url = m_backend->url().toString() + u"/mcp/sse"_s;
         m_ui->find(u"mcpNameField"_s)->setProperty("text", u"Demo calls"_s);
-        m_ui->find(u"mcpUrlField"_s)
-            ->setProperty("text", m_backend->url().toString() + u"/mcp/sse"_s);
+        m_ui->find(u"mcpUrlField"_s)->setProperty("text", url);
+        m_ui->find(u"mcpRequiresAuthBox"_s)->setProperty("checked", true);
         QTRY_VERIFY(m_ui->text(u"mcpUrlWarning"_s).contains(u"non-secure"_s));
+        // Its token is kept under its name, which therefore has no spaces.
+        QVERIFY(m_ui->click(u"mcpAddButton"_s));
+        QTRY_VERIFY(m_ui->text(u"mcpAddError"_s)
+                        .startsWith(u"The name of an integration that "
+                                    u"signs in may use only letters"_s));
+        m_ui->find(u"mcpNameField"_s)->setProperty("text", u"Demo-calls"_s);
         QVERIFY(m_ui->click(u"mcpAddButton"_s));
         QTRY_VERIFY(m_ui->isShown(u"mcpCard_Demo_calls"_s));
         QCOMPARE(m_ui->text(u"mcpAddError"_s), QString());
 
+        const qsizetype openedBefore = m_opened.size();
         QVERIFY(m_ui->click(u"mcpConnectButton_Demo_calls"_s));
+        QTRY_COMPARE_WITH_TIMEOUT(m_ui->text(u"mcpState_Demo_calls"_s),
+                                  u"Waiting for the browser…"_s, 15'000);
+        QVERIFY(m_ui->isShown(u"mcpSignInHint_Demo_calls"_s));
+        QVERIFY(m_ui->isShown(u"mcpCancelSignInButton_Demo_calls"_s));
+        QCOMPARE(m_opened.size(), openedBefore + 1);
+        snapshot(u"integrations-mcp-sign-in"_s);
+
+        const OAuthTestBrowser::Result browser = OAuthTestBrowser::run(m_opened.last());
+        QVERIFY2(browser.error.isEmpty(), qPrintable(browser.error + browser.lastPage));
+        QCOMPARE(browser.finalUrl.scheme(), u"quillmoss"_s);
+        QVERIFY(secondLaunch({browser.finalUrl}));
         QTRY_COMPARE_WITH_TIMEOUT(m_ui->text(u"mcpState_Demo_calls"_s), u"Connected"_s, 15'000);
         QTRY_VERIFY_WITH_TIMEOUT(m_ui->text(u"mcpTools_Demo_calls"_s).startsWith(u"3 tools: "_s),
                                  15'000);
         QVERIFY(m_ui->text(u"mcpTools_Demo_calls"_s).contains(u"search_calls"_s));
+        QVERIFY(!m_ui->isShown(u"mcpSignInHint_Demo_calls"_s));
+        QVERIFY(m_app->services().keychain().readKey(u"mcp_token_Demo-calls"_s).has_value());
         snapshot(u"integrations-remote-mcp"_s);
 
         // A second server of the same name is refused with the form's text.
-        m_ui->find(u"mcpNameField"_s)->setProperty("text", u"Demo calls"_s);
+        m_ui->find(u"mcpNameField"_s)->setProperty("text", u"Demo-calls"_s);
         m_ui->find(u"mcpUrlField"_s)->setProperty("text", u"https://mcp.example.com/sse"_s);
         QVERIFY(m_ui->click(u"mcpAddButton"_s));
         QTRY_COMPARE(m_ui->text(u"mcpAddError"_s),
-                     u"An integration with the name 'Demo calls' already exists"_s);
+                     u"An integration with the name 'Demo-calls' already exists"_s);
 
         QVERIFY(m_ui->click(u"mcpConnectButton_Demo_calls"_s));
+        QTRY_COMPARE(m_ui->text(u"mcpState_Demo_calls"_s), u"Signed in, not connected"_s);
+        QVERIFY(m_ui->click(u"mcpSignOutButton_Demo_calls"_s));
         QTRY_COMPARE(m_ui->text(u"mcpState_Demo_calls"_s), u"Not connected"_s);
+        QVERIFY(!m_ui->isShown(u"mcpSignOutButton_Demo_calls"_s));
+        QVERIFY(!m_app->services().keychain().readKey(u"mcp_token_Demo-calls"_s).has_value());
+
+        // Connect again, and this time the person gives up in the app.
+        QVERIFY(m_ui->click(u"mcpConnectButton_Demo_calls"_s));
+        QTRY_COMPARE_WITH_TIMEOUT(m_ui->text(u"mcpState_Demo_calls"_s),
+                                  u"Waiting for the browser…"_s, 15'000);
+        QVERIFY(m_ui->click(u"mcpCancelSignInButton_Demo_calls"_s));
+        QTRY_COMPARE(m_ui->text(u"mcpState_Demo_calls"_s), u"Not connected"_s);
+        QCOMPARE(m_ui->text(u"mcpError_Demo_calls"_s), u"OAuth authentication was canceled"_s);
+
         QVERIFY(m_ui->click(u"mcpRemoveButton_Demo_calls"_s));
         QTRY_VERIFY(m_ui->find(u"mcpCard_Demo_calls"_s) == nullptr ||
                     !m_ui->isShown(u"mcpCard_Demo_calls"_s));
-        QTRY_VERIFY(!QJsonDocument(settingsFile()).toJson().contains("Demo calls"));
+        QTRY_VERIFY(!QJsonDocument(settingsFile()).toJson().contains("Demo-calls"));
     }
 
     // Everything by keyboard: type, Enter; the permission prompt takes the

@@ -89,7 +89,8 @@ private Q_SLOTS:
         const auto process = CliRunner::start(arguments, environment);
         QString seen;
         const QUrl authorization = printedUrl(*process, seen);
-        QVERIFY2(authorization.isValid(), qPrintable(seen + process->readAllStandardError()));
+        QVERIFY2(authorization.isValid(),
+                 qPrintable(seen + QString::fromUtf8(process->readAllStandardError())));
 
         if (browser == u"eof"_s) {
             process->closeWriteChannel();
@@ -121,7 +122,13 @@ private Q_SLOTS:
                 process->write(link.toString(QUrl::FullyEncoded).toUtf8() + '\n');
             }
         }
-        QVERIFY(process->waitForFinished(30000));
+        // (It may have ended already, while the test's own event loop ran.)
+        if (process->state() != QProcess::NotRunning && !process->waitForFinished(30000)) {
+            process->kill();
+            process->waitForFinished();
+            QFAIL(qPrintable(u"mcp login did not end: "_s +
+                             QString::fromUtf8(process->readAllStandardError())));
+        }
         const QString out = seen + QString::fromUtf8(process->readAllStandardOutput());
         const QString err = QString::fromUtf8(process->readAllStandardError());
         QVERIFY2(process->exitCode() == exitCode, qPrintable(out + err));
