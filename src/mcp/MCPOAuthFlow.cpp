@@ -287,7 +287,8 @@ void MCPOAuthFlow::getJson(const QUrl& url, JsonDone done)
     });
 }
 
-void MCPOAuthFlow::discoverOAuthEndpoints(std::function<void(std::optional<OAuthEndpoints>)> done)
+void MCPOAuthFlow::discoverOAuthEndpoints(
+    const std::function<void(std::optional<OAuthEndpoints>)>& done)
 {
     setStage(Stage::Discovering);
     discoverFromServerMetadata([this, done](const std::optional<OAuthEndpoints>& endpoints) {
@@ -313,7 +314,7 @@ void MCPOAuthFlow::discoverOAuthEndpoints(std::function<void(std::optional<OAuth
 }
 
 void MCPOAuthFlow::discoverFromServerMetadata(
-    std::function<void(std::optional<OAuthEndpoints>)> done)
+    const std::function<void(std::optional<OAuthEndpoints>)>& done)
 {
     const QUrl url = onOrigin(QUrl(m_config.url), u"/.well-known/oauth-authorization-server"_s);
     getJson(url, [this, url, done](const std::optional<QJsonObject>& json, const QString& why) {
@@ -336,7 +337,7 @@ void MCPOAuthFlow::discoverFromServerMetadata(
     });
 }
 
-void MCPOAuthFlow::probeStreamForChallenge(std::function<void(std::optional<QUrl>)> done)
+void MCPOAuthFlow::probeStreamForChallenge(const std::function<void(std::optional<QUrl>)>& done)
 {
     // The stream refused without a token names, in its challenge, where the
     // server describes itself. Only the headers are read.
@@ -359,7 +360,7 @@ void MCPOAuthFlow::probeStreamForChallenge(std::function<void(std::optional<QUrl
 }
 
 void MCPOAuthFlow::discoverFromResourceMetadata(
-    std::function<void(std::optional<OAuthEndpoints>)> done)
+    const std::function<void(std::optional<OAuthEndpoints>)>& done)
 {
     probeStreamForChallenge([this, done](const std::optional<QUrl>& metadataUrl) {
         if (!metadataUrl) {
@@ -390,8 +391,8 @@ void MCPOAuthFlow::discoverFromResourceMetadata(
     });
 }
 
-void MCPOAuthFlow::discoverFromIssuer(const QUrl& issuer,
-                                      std::function<void(std::optional<OAuthEndpoints>)> done)
+void MCPOAuthFlow::discoverFromIssuer(
+    const QUrl& issuer, const std::function<void(std::optional<OAuthEndpoints>)>& done)
 {
     const QUrl url = authorizationServerMetadataUrl(issuer);
     getJson(url, [this, url, done](const std::optional<QJsonObject>& json, const QString& why) {
@@ -418,7 +419,7 @@ void MCPOAuthFlow::performOAuthFlow(const OAuthEndpoints& endpoints)
 }
 
 void MCPOAuthFlow::registerOAuthClient(const OAuthEndpoints& endpoints,
-                                       std::function<void(const QString& clientId)> done)
+                                       const std::function<void(const QString& clientId)>& done)
 {
     setStage(Stage::Registering);
     const QString& name = m_config.name;

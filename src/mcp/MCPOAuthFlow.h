@@ -91,10 +91,10 @@ public:
     const MCPRemoteConfig& config() const { return m_config; }
 
     // The steps, in the order the flow runs them.
-    void discoverOAuthEndpoints(std::function<void(std::optional<OAuthEndpoints>)> done);
+    void discoverOAuthEndpoints(const std::function<void(std::optional<OAuthEndpoints>)>& done);
     void performOAuthFlow(const OAuthEndpoints& endpoints);
     void registerOAuthClient(const OAuthEndpoints& endpoints,
-                             std::function<void(const QString& clientId)> done);
+                             const std::function<void(const QString& clientId)>& done);
     void performAuthorizationFlow(const OAuthEndpoints& endpoints, const QString& clientId);
     void exchangeCodeForToken(const QString& code, const QUrl& tokenEndpoint,
                               const QString& clientId, const QString& redirectUri);
@@ -127,11 +127,12 @@ private:
     void fail(const QString& error) { finish(std::nullopt, error); }
     QNetworkReply* track(QNetworkReply* reply);
     void getJson(const QUrl& url, JsonDone done);
-    void discoverFromServerMetadata(std::function<void(std::optional<OAuthEndpoints>)> done);
-    void discoverFromResourceMetadata(std::function<void(std::optional<OAuthEndpoints>)> done);
+    void discoverFromServerMetadata(const std::function<void(std::optional<OAuthEndpoints>)>& done);
+    void
+    discoverFromResourceMetadata(const std::function<void(std::optional<OAuthEndpoints>)>& done);
     void discoverFromIssuer(const QUrl& issuer,
-                            std::function<void(std::optional<OAuthEndpoints>)> done);
-    void probeStreamForChallenge(std::function<void(std::optional<QUrl>)> done);
+                            const std::function<void(std::optional<OAuthEndpoints>)>& done);
+    void probeStreamForChallenge(const std::function<void(std::optional<QUrl>)>& done);
 
     const MCPRemoteConfig m_config;
     const OAuthBrowser m_browser;

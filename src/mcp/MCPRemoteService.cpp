@@ -227,11 +227,11 @@ void MCPRemoteService::connectToIntegration(const MCPRemoteConfig& config, Done 
             }
             qCInfo(lcMcp).noquote()
                 << u"No stored token found for "_s + name + u", initiating OAuth flow."_s;
-            handleOAuthAuthentication(attempt->config, [self = QPointer(this), attempt](
-                                                           const std::optional<QString>& error) {
-                if (self)
-                    self->afterSignIn(attempt, error);
-            });
+            // The flow is the service's own and ends with it, answer or not.
+            handleOAuthAuthentication(attempt->config,
+                                      [this, attempt](const std::optional<QString>& error) {
+                                          afterSignIn(attempt, error);
+                                      });
         },
         Qt::QueuedConnection);
 }
@@ -268,7 +268,7 @@ void MCPRemoteService::afterSignIn(const std::shared_ptr<Attempt>& attempt,
     finish(attempt, reported);
 }
 
-void MCPRemoteService::handleOAuthAuthentication(const MCPRemoteConfig& config, Done done)
+void MCPRemoteService::handleOAuthAuthentication(const MCPRemoteConfig& config, const Done& done)
 {
     const QString name = config.name;
     qCInfo(lcMcp).noquote() << u"Starting OAuth authentication for "_s + name;

@@ -145,7 +145,7 @@ public:
     // The OAuth sign-in of the integration, ending with its token stored; a
     // sign-in still waiting for the browser is cancelled first. `done` runs
     // later, on this thread.
-    void handleOAuthAuthentication(const MCPRemoteConfig& config, Done done);
+    void handleOAuthAuthentication(const MCPRemoteConfig& config, const Done& done);
     // The link the browser ended on; true when a sign-in was waiting for it.
     bool handleOAuthCallback(const QUrl& callback);
     // The integration whose sign-in runs, if any.
