@@ -445,7 +445,7 @@ void MCPOAuthFlow::registerOAuthClient(const OAuthEndpoints& endpoints,
     request.setHeader(QNetworkRequest::ContentTypeHeader, u"application/json"_s);
     QNetworkReply* reply =
         track(m_network->post(request, QJsonDocument(registration).toJson(QJsonDocument::Compact)));
-    connect(reply, &QNetworkReply::finished, this, [this, reply, name, done] {
+    connect(reply, &QNetworkReply::finished, this, [reply, name, done] {
         const HttpAnswer answer = answerOf(reply);
         const auto fallBack = [&](const QString& why) {
             qCWarning(lcMcp).noquote() << why;
