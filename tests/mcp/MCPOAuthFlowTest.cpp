@@ -8,16 +8,13 @@
 #include "mcp/MCPOAuthFlow.h"
 
 #include "HttpStub.h"
-#include "KeyringSession.h"
 #include "LogCapture.h"
+#include "McpServiceFixture.h"
 #include "mcp/MCPRemoteService.h"
-#include "store/KeychainManager.h"
-#include "store/SettingsStore.h"
 
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
-#include <QTemporaryDir>
 #include <QTest>
 #include <QUrlQuery>
 
@@ -82,14 +79,11 @@ class MCPOAuthFlowTest : public QObject
     Q_OBJECT
 
 private:
-    KeyringSession m_keyring; // before the first secure-store call
-    QTemporaryDir m_directory;
-    std::unique_ptr<SettingsStore> m_settings;
-    KeychainManager m_keychain{u"QuillmossOAuthTest"_s};
+    McpServiceFixture m_fixture{u"QuillmossOAuthTest"_s};
 
     std::unique_ptr<MCPRemoteService> makeService(MCPRemoteService::Timing timing = {})
     {
-        return std::make_unique<MCPRemoteService>(*m_settings, m_keychain, timing);
+        return m_fixture.makeService(timing);
     }
 
     // A browser that goes nowhere: it comes back at once, as told.
@@ -132,29 +126,20 @@ private:
 
     static std::optional<QString> signIn(MCPRemoteService& service, const MCPRemoteConfig& config)
     {
-        std::optional<std::optional<QString>> outcome;
-        service.handleOAuthAuthentication(
-            config, [&](const std::optional<QString>& error) { outcome = error; });
-        if (!QTest::qWaitFor([&] { return outcome.has_value(); }, 20000))
-            return u"no outcome"_s;
-        return *outcome;
+        return McpServiceFixture::outcomeOf([&](const MCPRemoteService::Done& done) {
+            service.handleOAuthAuthentication(config, done);
+        });
     }
 
 private Q_SLOTS:
     void initTestCase()
     {
-        QVERIFY2(m_keyring.isRunning(), qPrintable(m_keyring.error()));
-        QVERIFY(m_directory.isValid());
+        const QString unavailable = m_fixture.unavailable();
+        QVERIFY2(unavailable.isEmpty(), qPrintable(unavailable));
     }
 
-    void init() { m_settings = std::make_unique<SettingsStore>(m_directory.filePath(u"s.json"_s)); }
-
-    void cleanup()
-    {
-        m_settings.reset();
-        QFile::remove(m_directory.filePath(u"s.json"_s));
-        m_keychain.deleteAllKeys();
-    }
+    void init() { m_fixture.begin(); }
+    void cleanup() { m_fixture.end(); }
 
     // --- The pieces on their own.
 
@@ -458,7 +443,7 @@ private Q_SLOTS:
         LogCapture log;
         const std::optional<QString> outcome = signIn(*service, config);
         QCOMPARE(outcome.value_or(QString()), error);
-        QCOMPARE(m_keychain.readKey(config.tokenKey()).value_or(QString()),
+        QCOMPARE(m_fixture.keychain().readKey(config.tokenKey()).value_or(QString()),
                  error.isEmpty() ? issuedToken : QString());
         QCOMPARE(service->isSignedIn(name), error.isEmpty());
         QVERIFY(service->signingIn().isEmpty());
@@ -582,7 +567,7 @@ private Q_SLOTS:
         }
         QTRY_VERIFY_WITH_TIMEOUT(outcome.has_value(), 10000);
         QCOMPARE(outcome->value_or(QString()), error);
-        QVERIFY(!m_keychain.readKey(config.tokenKey()));
+        QVERIFY(!m_fixture.keychain().readKey(config.tokenKey()));
         // Without a browser nothing is asked of the server either.
         QCOMPARE(server.requests().isEmpty(), browser == u"none"_s);
         // A link arriving after the end is nobody's.

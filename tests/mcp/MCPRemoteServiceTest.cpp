@@ -4,9 +4,9 @@
 // and remote tools run through the tool registry against the reference server.
 #include "mcp/MCPRemoteService.h"
 
-#include "KeyringSession.h"
 #include "LogCapture.h"
 #include "McpReferenceServer.h"
+#include "McpServiceFixture.h"
 #include "SseTestServer.h"
 #include "mcp/MCPRemoteTool.h"
 #include "store/KeychainManager.h"
@@ -16,7 +16,6 @@
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QSignalSpy>
-#include <QTemporaryDir>
 #include <QTest>
 #include <QThread>
 
@@ -101,12 +100,9 @@ private:
 
 std::optional<QString> connectAndWait(MCPRemoteService& service, const MCPRemoteConfig& config)
 {
-    std::optional<std::optional<QString>> outcome;
-    service.connectToIntegration(config,
-                                 [&](const std::optional<QString>& error) { outcome = error; });
-    if (!QTest::qWaitFor([&] { return outcome.has_value(); }, 15000))
-        return u"no outcome"_s;
-    return *outcome;
+    return McpServiceFixture::outcomeOf(
+        [&](const MCPRemoteService::Done& done) { service.connectToIntegration(config, done); },
+        15000);
 }
 
 bool waitForDiscovery(MCPRemoteService& service, const QString& name, int timeoutMs = 15000)
@@ -139,32 +135,23 @@ class MCPRemoteServiceTest : public QObject
     Q_OBJECT
 
 private:
-    KeyringSession m_keyring; // before the first secure-store call
-    QTemporaryDir m_directory;
-    std::unique_ptr<SettingsStore> m_settings;
-    KeychainManager m_keychain{u"QuillmossMcpTest"_s};
+    McpServiceFixture m_fixture{u"QuillmossMcpTest"_s};
     MCPRemoteService::Timing m_fast{300ms, 100ms, 30'000ms};
 
     std::unique_ptr<MCPRemoteService> makeService(MCPRemoteService::Timing timing = {})
     {
-        return std::make_unique<MCPRemoteService>(*m_settings, m_keychain, timing);
+        return m_fixture.makeService(timing);
     }
 
 private Q_SLOTS:
     void initTestCase()
     {
-        QVERIFY2(m_keyring.isRunning(), qPrintable(m_keyring.error()));
-        QVERIFY(m_directory.isValid());
+        const QString unavailable = m_fixture.unavailable();
+        QVERIFY2(unavailable.isEmpty(), qPrintable(unavailable));
     }
 
-    void init() { m_settings = std::make_unique<SettingsStore>(m_directory.filePath(u"s.json"_s)); }
-
-    void cleanup()
-    {
-        m_settings.reset();
-        QFile::remove(m_directory.filePath(u"s.json"_s));
-        m_keychain.deleteAllKeys();
-    }
+    void init() { m_fixture.begin(); }
+    void cleanup() { m_fixture.end(); }
 
     // --- The add-integration form.
 
@@ -250,7 +237,7 @@ private Q_SLOTS:
         }
         QVERIFY(log.lines().contains(u"Added custom MCP integration: Demo"_s));
 
-        m_settings = std::make_unique<SettingsStore>(m_directory.filePath(u"s.json"_s));
+        m_fixture.begin();
         auto reloaded = makeService();
         QVERIFY(log.lines().contains(u"Loaded 2 custom MCP integrations"_s));
         const QList<MCPRemoteConfig> custom = reloaded->customIntegrations();
@@ -265,7 +252,7 @@ private Q_SLOTS:
         QVERIFY(!reloaded->removeCustomIntegration(u"Linear"_s));
         QVERIFY(log.lines().contains(u"Removed custom MCP integration: Demo"_s));
         reloaded.reset();
-        m_settings = std::make_unique<SettingsStore>(m_directory.filePath(u"s.json"_s));
+        m_fixture.begin();
         QCOMPARE(makeService()->customIntegrations().size(), 1);
     }
 
@@ -280,7 +267,8 @@ private Q_SLOTS:
     void corruptSettings()
     {
         QFETCH(QJsonValue, stored);
-        QVERIFY(m_settings->setValue(QString::fromLatin1(MCPRemoteService::settingsKey), stored));
+        QVERIFY(m_fixture.settings().setValue(QString::fromLatin1(MCPRemoteService::settingsKey),
+                                              stored));
         LogCapture log;
         const auto service = makeService();
         QVERIFY(service->customIntegrations().isEmpty());
@@ -288,7 +276,9 @@ private Q_SLOTS:
         // What the user adds next replaces what could not be read.
         QCOMPARE(service->addCustomIntegration(u"Fresh"_s, u"https://f.example/sse"_s, false, {}),
                  std::nullopt);
-        QVERIFY(m_settings->value(QString::fromLatin1(MCPRemoteService::settingsKey)).isArray());
+        QVERIFY(m_fixture.settings()
+                    .value(QString::fromLatin1(MCPRemoteService::settingsKey))
+                    .isArray());
     }
 
     // --- Connecting.
@@ -363,11 +353,12 @@ private Q_SLOTS:
         ScriptedMcpServer scripted;
         scripted.replies[u"initialize"_s] = {{}, serverError, false};
         const MCPRemoteConfig config = customConfig(scriptedName, scripted.server.url(), true);
-        QVERIFY(m_keychain.storeKey(u"stored-token"_s, u"mcp_token_"_s + scriptedName));
+        QVERIFY(m_fixture.keychain().storeKey(u"stored-token"_s, u"mcp_token_"_s + scriptedName));
         LogCapture log;
         const auto service = makeService();
         QCOMPARE(connectAndWait(*service, config), std::optional(reported));
-        QCOMPARE(!m_keychain.readKey(u"mcp_token_"_s + scriptedName).has_value(), tokenDeleted);
+        QCOMPARE(!m_fixture.keychain().readKey(u"mcp_token_"_s + scriptedName).has_value(),
+                 tokenDeleted);
         QCOMPARE(log.lines({u"Authentication failed for Scripted. Token cleared."_s}).size(),
                  tokenDeleted ? 1 : 0);
         QVERIFY(log.lines().contains(u"Using existing stored OAuth token for Scripted"_s));
@@ -515,7 +506,7 @@ private Q_SLOTS:
     {
         McpReferenceServer reference;
         QVERIFY2(reference.isRunning(), qPrintable(reference.error()));
-        LocalToolManager tools(m_keychain);
+        LocalToolManager tools(m_fixture.keychain());
         const auto service = makeService();
         service->onToolsChanged = [&] { tools.replaceRemoteTools(service->remoteTools()); };
         QVERIFY(!service->addCustomIntegration(u"Everything"_s, reference.sseUrl().toString(),

@@ -4,16 +4,13 @@
 // is handed back; the token then opens the server and lists its tools. Also
 // consent denied, a forged state, and a revoked token asking for the sign-in
 // again. No token or code ever reaches the log.
-#include "KeyringSession.h"
 #include "LocalBackend.h"
 #include "LogCapture.h"
+#include "McpServiceFixture.h"
 #include "OAuthTestBrowser.h"
 #include "mcp/MCPRemoteService.h"
-#include "store/KeychainManager.h"
-#include "store/SettingsStore.h"
 
 #include <QSignalSpy>
-#include <QTemporaryDir>
 #include <QTest>
 #include <QUrlQuery>
 
@@ -30,10 +27,7 @@ class McpSignInTest : public QObject
     Q_OBJECT
 
 private:
-    KeyringSession m_keyring; // before the first secure-store call
-    QTemporaryDir m_directory;
-    std::unique_ptr<SettingsStore> m_settings;
-    KeychainManager m_keychain{u"QuillmossSignInTest"_s};
+    McpServiceFixture m_fixture{u"QuillmossSignInTest"_s};
     std::unique_ptr<LocalBackend> m_backend;
     std::unique_ptr<MCPRemoteService> m_service;
     OAuthTestBrowser m_browser;
@@ -46,20 +40,16 @@ private:
 
     std::optional<QString> connectDemo()
     {
-        std::optional<std::optional<QString>> outcome;
-        m_service->connectToIntegration(
-            *m_service->integration(demoName),
-            [&](const std::optional<QString>& error) { outcome = error; });
-        if (!QTest::qWaitFor([&] { return outcome.has_value(); }, 30000))
-            return u"no outcome"_s;
-        return *outcome;
+        return McpServiceFixture::outcomeOf([this](const MCPRemoteService::Done& done) {
+            m_service->connectToIntegration(*m_service->integration(demoName), done);
+        });
     }
 
 private Q_SLOTS:
     void initTestCase()
     {
-        QVERIFY2(m_keyring.isRunning(), qPrintable(m_keyring.error()));
-        QVERIFY(m_directory.isValid());
+        const QString unavailable = m_fixture.unavailable();
+        QVERIFY2(unavailable.isEmpty(), qPrintable(unavailable));
         LocalBackend::Options options;
         options.seedDemo = true;
         m_backend = std::make_unique<LocalBackend>(options);
@@ -68,8 +58,8 @@ private Q_SLOTS:
 
     void init()
     {
-        m_settings = std::make_unique<SettingsStore>(m_directory.filePath(u"s.json"_s));
-        m_service = std::make_unique<MCPRemoteService>(*m_settings, m_keychain);
+        m_fixture.begin();
+        m_service = m_fixture.makeService();
         QCOMPARE(m_service->addCustomIntegration(demoName,
                                                  m_backend->url().toString() + u"/mcp/sse"_s, true,
                                                  u"The backend's demo calls"_s),
@@ -95,9 +85,7 @@ private Q_SLOTS:
     void cleanup()
     {
         m_service.reset();
-        m_settings.reset();
-        QFile::remove(m_directory.filePath(u"s.json"_s));
-        m_keychain.deleteAllKeys();
+        m_fixture.end();
     }
 
     void signInConnectsWithTheDemoTools()
@@ -110,7 +98,8 @@ private Q_SLOTS:
                  (QStringList{u"search_calls"_s, u"get_call_summary"_s, u"list_action_items"_s}));
         QCOMPARE(m_opened.size(), 1);
         QCOMPARE(m_returned.size(), 1);
-        const std::optional<QString> token = m_keychain.readKey(u"mcp_token_"_s + demoName);
+        const std::optional<QString> token =
+            m_fixture.keychain().readKey(u"mcp_token_"_s + demoName);
         QVERIFY(token && !token->isEmpty());
         QVERIFY(m_service->isSignedIn(demoName));
         QCOMPARE(m_backend->requestCount(u"POST"_s, u"/register"_s), 1);
@@ -137,7 +126,7 @@ private Q_SLOTS:
         // Signing out forgets it.
         QVERIFY(m_service->signOut(demoName));
         QVERIFY(m_service->connectedIntegrations().isEmpty());
-        QVERIFY(!m_keychain.readKey(u"mcp_token_"_s + demoName));
+        QVERIFY(!m_fixture.keychain().readKey(u"mcp_token_"_s + demoName));
         QVERIFY(!m_service->isSignedIn(demoName));
     }
 
@@ -172,7 +161,7 @@ private Q_SLOTS:
         QVERIFY(outcome.has_value());
         QVERIFY2(outcome->startsWith(error), qPrintable(*outcome));
         QCOMPARE(m_service->lastError(demoName), *outcome);
-        QVERIFY(!m_keychain.readKey(u"mcp_token_"_s + demoName));
+        QVERIFY(!m_fixture.keychain().readKey(u"mcp_token_"_s + demoName));
         QVERIFY(m_service->connectedIntegrations().isEmpty());
         // A refused link never reaches the token endpoint.
         QCOMPARE(m_backend->requestCount(u"POST"_s, u"/token"_s), exchanges);
@@ -183,7 +172,7 @@ private Q_SLOTS:
     void revokedTokenAsksForTheSignInAgain()
     {
         QCOMPARE(connectDemo(), std::nullopt);
-        const QString token = *m_keychain.readKey(u"mcp_token_"_s + demoName);
+        const QString token = *m_fixture.keychain().readKey(u"mcp_token_"_s + demoName);
         const QString clientId = QUrlQuery(m_opened.first()).queryItemValue(u"client_id"_s);
         m_service->disconnectFromIntegration(demoName);
         const LocalBackend::Reply revoked =
@@ -196,11 +185,11 @@ private Q_SLOTS:
         QCOMPARE(connectDemo(),
                  std::optional(
                      u"Authentication failed. Please try connecting again to re-authenticate."_s));
-        QVERIFY(!m_keychain.readKey(u"mcp_token_"_s + demoName));
+        QVERIFY(!m_fixture.keychain().readKey(u"mcp_token_"_s + demoName));
         QCOMPARE(m_opened.size(), 1);
         QCOMPARE(connectDemo(), std::nullopt);
         QCOMPARE(m_opened.size(), 2);
-        QVERIFY(*m_keychain.readKey(u"mcp_token_"_s + demoName) != token);
+        QVERIFY(*m_fixture.keychain().readKey(u"mcp_token_"_s + demoName) != token);
     }
 };
 
