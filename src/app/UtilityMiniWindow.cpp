@@ -6,6 +6,8 @@
 #include "chat/ChatController.h"
 #include "core/Logging.h"
 
+#include <algorithm>
+
 using namespace Qt::StringLiterals;
 
 UtilityMiniWindow::UtilityMiniWindow(UtilityWindowManager& manager, CallController& call,
@@ -26,11 +28,10 @@ QString UtilityMiniWindow::latestAnswer() const
     if (!m_chat)
         return {};
     const QList<ChatMessage>& messages = m_chat->chatModel()->messages();
-    for (auto it = messages.rbegin(); it != messages.rend(); ++it) {
-        if (!it->isFromUser)
-            return it->content;
-    }
-    return {};
+    const auto answer =
+        std::find_if(messages.crbegin(), messages.crend(),
+                     [](const ChatMessage& message) { return !message.isFromUser; });
+    return answer == messages.crend() ? QString() : answer->content;
 }
 
 QStringList UtilityMiniWindow::tabs()
