@@ -49,9 +49,11 @@ ApplicationWindow {
     Binding { target: Theme; property: "reduceMotion"; value: themeManager.reduceMotion }
 
     onClosing: windowState.save(x, y, width, height, visibility === Window.Maximized)
+    onVisibilityChanged: if (visibility === Window.Minimized) contentView.mainWindowMinimized()
 
-    // "Check for Updates" and the rest of the app menu live in Settings; the
-    // one shortcut of the window jumps between its sections.
+    // "Check for Updates" and the rest of the app menu live in Settings, the
+    // mini window's command in the sidebar; the shortcuts jump between the
+    // sections and show or hide the mini window.
     Shortcut {
         sequences: ["Ctrl+1"]
         enabled: contentView.screen === "main"
@@ -66,6 +68,11 @@ ApplicationWindow {
         sequences: ["Ctrl+3"]
         enabled: contentView.screen === "main"
         onActivated: contentView.selectedItem = "integrations"
+    }
+    Shortcut {
+        sequences: ["Ctrl+Shift+M"]
+        enabled: contentView.screen === "main"
+        onActivated: contentView.toggleUtilityWindow("shortcut")
     }
     Shortcut {
         sequences: ["Ctrl+4", StandardKey.Preferences]

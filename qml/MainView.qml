@@ -33,7 +33,9 @@ Rectangle {
             selectedKey: root.services.contentView.selectedItem
             userName: root.services.authService.currentUser ? root.services.authService.currentUser.displayName : ""
             callLive: root.services.callController.isLive
+            miniWindowVisible: root.services.utilityWindowManager.isVisible
             onSelected: key => root.services.contentView.selectedItem = key
+            onToggleMiniWindow: root.services.contentView.toggleUtilityWindow("menu")
         }
 
         StackLayout {
@@ -95,7 +97,8 @@ Rectangle {
                     themeManager: root.services.themeManager,
                     authService: root.services.authService,
                     feedbackForm: root.services.feedbackForm,
-                    updateManager: root.services.updateManager
+                    updateManager: root.services.updateManager,
+                    miniWindow: root.services.utilityWindowManager
                 })
             }
         }

@@ -16,6 +16,8 @@ Rectangle {
     required property var authService
     required property var feedbackForm
     required property var updateManager
+    // The UtilityWindowManager, for "Auto Show Mini Window"; null hides the section.
+    property var miniWindow: null
 
     readonly property var deviceList: devices && devices.availableInputDevices ? devices.availableInputDevices : []
     readonly property var user: authService && authService.currentUser ? authService.currentUser : null
@@ -324,6 +326,24 @@ Rectangle {
                     destructive: true
                     enabled: root.authService !== null
                     onClicked: root.authService.requestSignOut()
+                }
+            }
+
+            Section {
+                objectName: "miniWindowSection"
+                visible: root.miniWindow !== null
+                title: "Mini window"
+                subtitle: "A small window that floats over your other applications during a call."
+                Switch {
+                    objectName: "autoShowMiniWindowSwitch"
+                    Layout.fillWidth: true
+                    text: "Auto Show Mini Window"
+                    checked: root.miniWindow ? root.miniWindow.autoShow : false
+                    onToggled: root.miniWindow.autoShow = checked
+                    Accessible.name: text
+                }
+                Muted {
+                    text: "Shown when a call starts, hidden when it ends. Ctrl+Shift+M shows or hides it in the app; bind \"quillmoss-app --toggle-mini-window\" to a key in your desktop's keyboard settings to do so from anywhere."
                 }
             }
 

@@ -12,7 +12,9 @@ Rectangle {
     property string selectedKey
     property string userName
     property bool callLive: false
+    property bool miniWindowVisible: false
     signal selected(string key)
+    signal toggleMiniWindow()
 
     implicitWidth: 220
 
@@ -106,6 +108,16 @@ Rectangle {
         }
 
         Item { Layout.fillHeight: true }
+
+        QmButton {
+            objectName: "miniWindowMenuItem"
+            Layout.fillWidth: true
+            text: root.miniWindowVisible ? "Hide Mini Window" : "Show Mini Window"
+            font.pixelSize: Theme.fontSmall
+            ToolTip.visible: hovered
+            ToolTip.text: "Ctrl+Shift+M"
+            onClicked: root.toggleMiniWindow()
+        }
 
         Label {
             objectName: "sidebarUser"

@@ -1,6 +1,9 @@
 #include "app/ContentView.h"
 
+#include "account/Analytics.h"
 #include "account/AuthenticationService.h"
+#include "app/UtilityWindowManager.h"
+#include "call/CallController.h"
 #include "core/Logging.h"
 #include "store/SettingsStore.h"
 
@@ -90,4 +93,65 @@ void ContentView::evaluate()
     m_errorText = error;
     m_loggedUser = user;
     Q_EMIT screenChanged();
+}
+
+void ContentView::attachUtilityWindow(UtilityWindowManager& manager, CallController& call,
+                                      Analytics& analytics)
+{
+    m_utilityWindow = &manager;
+    m_call = &call;
+    m_analytics = &analytics;
+    connect(&call, &CallController::isLiveChanged, this, &ContentView::followCall);
+}
+
+bool ContentView::autoShowEnabled() const
+{
+    return m_utilityWindow && m_utilityWindow->autoShow();
+}
+
+void ContentView::followCall()
+{
+    if (!m_utilityWindow || !m_call || !autoShowEnabled())
+        return;
+    if (m_call->isLive()) {
+        qCInfo(lcApp) << "[ContentView] Auto-showing utility window (call active: true)";
+        m_utilityWindow->show();
+    } else if (m_utilityWindow->isVisible()) {
+        m_utilityWindow->hide();
+    }
+}
+
+void ContentView::toggleUtilityWindow(const QString& source)
+{
+    if (!m_utilityWindow)
+        return;
+    qCInfo(lcApp) << "[ContentView] Keyboard shortcut received for utility window toggle";
+    if (m_analytics) {
+        m_analytics->track(u"Utility Window Toggle"_s,
+                           {{u"source"_s, source}, {u"visible"_s, !m_utilityWindow->isVisible()}});
+    }
+    m_utilityWindow->toggle();
+}
+
+void ContentView::mainWindowMinimized()
+{
+    qCInfo(lcApp) << "[ContentView] Main window minimized notification received";
+    if (!m_utilityWindow || !m_call)
+        return;
+    const bool autoShow = autoShowEnabled();
+    const bool callActive = m_call->isLive();
+    const auto text = [](bool value) { return value ? u"true"_s : u"false"_s; };
+    if (m_analytics) {
+        m_analytics->track(u"Utility Window Toggle"_s,
+                           {{u"window_minimized"_s, true}, {u"auto_show_enabled"_s, autoShow}});
+    }
+    if (autoShow && callActive) {
+        qCInfo(lcApp).noquote() << u"[ContentView] Auto-showing utility window (call active: %1)"_s
+                                       .arg(text(callActive));
+        m_utilityWindow->show();
+    } else {
+        qCInfo(lcApp).noquote()
+            << u"[ContentView] Not auto-showing utility window (auto-show enabled: %1, call active: %2)"_s
+                   .arg(text(autoShow), text(callActive));
+    }
 }

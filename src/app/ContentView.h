@@ -8,8 +8,11 @@
 #include <QStringList>
 #include <QVariantList>
 
+class Analytics;
 class AuthenticationService;
+class CallController;
 class SettingsStore;
+class UtilityWindowManager;
 
 // Lives on the GUI thread. Re-evaluates the gate whenever the sign-in state
 // changes and logs each screen it decides on once.
@@ -37,12 +40,25 @@ public:
     // Unknown keys are ignored; the choice is remembered across launches.
     void setSelectedItem(const QString& key);
 
+    // The mini window's show and hide as the main window and the call go:
+    // "Auto Show Mini Window" shows it when a call starts (and when the main
+    // window is minimized during one), and the call's end hides it.
+    void attachUtilityWindow(UtilityWindowManager& manager, CallController& call,
+                             Analytics& analytics);
+    // The menu command, its shortcut and a later launch's --toggle-mini-window;
+    // `source` names which, for analytics.
+    Q_INVOKABLE void toggleUtilityWindow(const QString& source);
+    // Told by the main window as it is minimized.
+    Q_INVOKABLE void mainWindowMinimized();
+
 Q_SIGNALS:
     void screenChanged();
     void selectedItemChanged();
 
 private:
     void evaluate();
+    bool autoShowEnabled() const;
+    void followCall();
 
     AuthenticationService& m_auth;
     SettingsStore& m_settings;
@@ -53,4 +69,7 @@ private:
     QString m_errorText;
     QString m_loggedUser;
     QString m_selectedItem;
+    QPointer<UtilityWindowManager> m_utilityWindow;
+    QPointer<CallController> m_call;
+    Analytics* m_analytics = nullptr; // outlives this
 };

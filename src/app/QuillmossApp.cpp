@@ -14,6 +14,8 @@
 #include "app/SingleInstance.h"
 #include "app/ThemeManager.h"
 #include "app/UpdateManager.h"
+#include "app/UtilityMiniWindow.h"
+#include "app/UtilityWindowManager.h"
 #include "app/WindowState.h"
 #include "audio/AudioDeviceManager.h"
 #include "audio/PulseCaptureBackend.h"
@@ -35,6 +37,7 @@
 
 #include <QDesktopServices>
 #include <QQmlApplicationEngine>
+#include <QQmlComponent>
 #include <QQuickWindow>
 
 using namespace Qt::StringLiterals;
@@ -98,6 +101,7 @@ QuillmossApp::QuillmossApp(AppOptions options, QObject* parent)
 
     m_engine = std::make_unique<QQmlApplicationEngine>();
     ScreenServices& screens = ScreenServices::exposeTo(*m_engine);
+    m_screens = &screens;
     screens.app = this;
     screens.authService = &m_services->authService();
     screens.themeManager = m_themeManager.get();
@@ -121,11 +125,15 @@ QuillmossApp::QuillmossApp(AppOptions options, QObject* parent)
     screens.chatController = &m_services->chat();
     screens.chatMarkdown = m_chatMarkdown.get();
     screens.mcpService = &m_services->mcpService();
+    screens.utilityWindowManager = m_utilityWindowManager.get();
+    screens.utilityMiniWindow = m_utilityMiniWindow.get();
 }
 
 QuillmossApp::~QuillmossApp()
 {
     // The screens go first: nothing may bind to a service being torn down.
+    // The mini window is one of them, made by the engine.
+    m_utilityWindowManager->releaseWindow();
     m_engine.reset();
 }
 
@@ -158,6 +166,39 @@ void QuillmossApp::wireServices()
     m_windowState = std::make_unique<WindowState>(*m_settings);
     m_clipboard = std::make_unique<Clipboard>();
     m_chatMarkdown = std::make_unique<ChatMarkdown>(m_options.openUrl);
+
+    m_utilityWindowManager = std::make_unique<UtilityWindowManager>(
+        *m_settings, *m_postHogService, [this] { return makeUtilityWindow(); });
+    m_utilityMiniWindow = std::make_unique<UtilityMiniWindow>(
+        *m_utilityWindowManager, callController, m_services->chat(), *m_postHogService);
+    m_contentView->attachUtilityWindow(*m_utilityWindowManager, callController, *m_postHogService);
+}
+
+QWindow* QuillmossApp::makeUtilityWindow()
+{
+    QQmlComponent component(m_engine.get(), QUrl(u"qrc:/qml/UtilityWindow.qml"_s));
+    // The same services as the main window, under the same root property.
+    QObject* made =
+        component.createWithInitialProperties({{QString::fromLatin1(ScreenServices::rootProperty),
+                                                QVariant::fromValue<QObject*>(m_screens)}});
+    auto* window = qobject_cast<QWindow*>(made);
+    if (!window) {
+        qCCritical(lcApp).noquote()
+            << u"❌ The mini window could not be loaded: %1"_s.arg(component.errorString());
+        delete made;
+        return nullptr;
+    }
+    return window;
+}
+
+bool QuillmossApp::handleCommand(const QString& command)
+{
+    if (command == QLatin1StringView(toggleMiniWindowCommand)) {
+        m_contentView->toggleUtilityWindow(u"command_line"_s);
+        return true;
+    }
+    qCWarning(lcApp).noquote() << u"⚠️ Unknown command from another launch: %1"_s.arg(command);
+    return false;
 }
 
 bool QuillmossApp::show()
@@ -174,6 +215,8 @@ bool QuillmossApp::listenForOtherLaunches()
 {
     m_singleInstance = std::make_unique<SingleInstance>(m_options.instanceName);
     connect(m_singleInstance.get(), &SingleInstance::urlReceived, this, &QuillmossApp::handleUrl);
+    connect(m_singleInstance.get(), &SingleInstance::commandReceived, this,
+            &QuillmossApp::handleCommand);
     connect(m_singleInstance.get(), &SingleInstance::activated, this, [this] {
         if (QQuickWindow* window = mainWindow()) {
             window->show();

@@ -24,11 +24,15 @@ class ModelCatalogueModel;
 class PostHogService;
 class QQmlApplicationEngine;
 class QQuickWindow;
+class QWindow;
+class ScreenServices;
 class Services;
 class SettingsStore;
 class SingleInstance;
 class ThemeManager;
 class UpdateManager;
+class UtilityMiniWindow;
+class UtilityWindowManager;
 class WindowState;
 
 // Lives on the GUI thread for the life of the program. The screens see the
@@ -57,6 +61,9 @@ public:
 
     // Every URL the app is given (command line, later launches), to the LinkRouter.
     Q_INVOKABLE void handleUrl(const QUrl& url);
+    // A command of the command line or of a later launch; false for one not known.
+    static constexpr auto toggleMiniWindowCommand = "--toggle-mini-window";
+    bool handleCommand(const QString& command);
     // The login screen's "Terms of Service" link, in the browser.
     Q_INVOKABLE void openTermsOfService();
 
@@ -71,12 +78,15 @@ public:
     LinkRouter& linkRouter() const { return *m_linkRouter; }
     QQmlApplicationEngine& engine() const { return *m_engine; }
     QQuickWindow* mainWindow() const;
+    UtilityWindowManager& utilityWindowManager() const { return *m_utilityWindowManager; }
 
 Q_SIGNALS:
     void recognitionStatusChanged();
 
 private:
     void wireServices();
+    // The mini window's window, made from the screens on its first show.
+    QWindow* makeUtilityWindow();
 
     AppOptions m_options;
     std::unique_ptr<SettingsStore> m_settings;
@@ -97,6 +107,9 @@ private:
     std::unique_ptr<Clipboard> m_clipboard;
     std::unique_ptr<ChatMarkdown> m_chatMarkdown;
     std::unique_ptr<SingleInstance> m_singleInstance;
+    std::unique_ptr<UtilityWindowManager> m_utilityWindowManager;
+    std::unique_ptr<UtilityMiniWindow> m_utilityMiniWindow;
+    ScreenServices* m_screens = nullptr; // owned by m_engine
     // Last, so the screens go before the services they bind to.
     std::unique_ptr<QQmlApplicationEngine> m_engine;
 };

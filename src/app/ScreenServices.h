@@ -30,6 +30,8 @@ class SummaryModel;
 class ThemeManager;
 class TranscriptionViewModel;
 class UpdateManager;
+class UtilityMiniWindow;
+class UtilityWindowManager;
 class WindowState;
 
 Q_MOC_INCLUDE("account/AuthenticationService.h")
@@ -43,6 +45,8 @@ Q_MOC_INCLUDE("app/PostHogService.h")
 Q_MOC_INCLUDE("app/QuillmossApp.h")
 Q_MOC_INCLUDE("app/ThemeManager.h")
 Q_MOC_INCLUDE("app/UpdateManager.h")
+Q_MOC_INCLUDE("app/UtilityMiniWindow.h")
+Q_MOC_INCLUDE("app/UtilityWindowManager.h")
 Q_MOC_INCLUDE("app/WindowState.h")
 Q_MOC_INCLUDE("audio/AudioDeviceManager.h")
 Q_MOC_INCLUDE("call/CallController.h")
@@ -88,6 +92,8 @@ class ScreenServices : public QObject
     Q_PROPERTY(ChatController* chatController MEMBER chatController CONSTANT)
     Q_PROPERTY(ChatMarkdown* chatMarkdown MEMBER chatMarkdown CONSTANT)
     Q_PROPERTY(MCPRemoteService* mcpService MEMBER mcpService CONSTANT)
+    Q_PROPERTY(UtilityWindowManager* utilityWindowManager MEMBER utilityWindowManager CONSTANT)
+    Q_PROPERTY(UtilityMiniWindow* utilityMiniWindow MEMBER utilityMiniWindow CONSTANT)
 
 public:
     // The property of a window's root that receives the services.
@@ -119,6 +125,8 @@ public:
     ChatController* chatController = nullptr;
     ChatMarkdown* chatMarkdown = nullptr;
     MCPRemoteService* mcpService = nullptr;
+    UtilityWindowManager* utilityWindowManager = nullptr;
+    UtilityMiniWindow* utilityMiniWindow = nullptr;
 
 private:
     explicit ScreenServices(QObject* parent) : QObject(parent) {}

@@ -7,6 +7,7 @@
 #include <QLocalSocket>
 #include <QPointer>
 
+#include <memory>
 #include <unistd.h>
 
 using namespace Qt::StringLiterals;
@@ -16,6 +17,8 @@ namespace {
 // Far more than a redirect URL needs; a peer that sends more is cut off.
 constexpr qint64 maxMessageBytes = 64 * 1024;
 constexpr auto acknowledgement = "ok\n";
+// A line that starts so is a command, not a URL.
+constexpr auto commandPrefix = "--";
 
 } // namespace
 
@@ -39,6 +42,12 @@ QString SingleInstance::defaultName()
 
 bool SingleInstance::forward(const QString& name, const QList<QUrl>& urls, int timeoutMs)
 {
+    return forward(name, urls, {}, timeoutMs);
+}
+
+bool SingleInstance::forward(const QString& name, const QList<QUrl>& urls,
+                             const QStringList& commands, int timeoutMs)
+{
     QLocalSocket socket;
     socket.connectToServer(name);
     if (!socket.waitForConnected(timeoutMs))
@@ -46,6 +55,10 @@ bool SingleInstance::forward(const QString& name, const QList<QUrl>& urls, int t
     QByteArray message;
     for (const QUrl& url : urls)
         message += url.toEncoded() + '\n';
+    for (const QString& command : commands) {
+        if (command.startsWith(QLatin1StringView(commandPrefix)) && !command.contains(u'\n'))
+            message += command.toUtf8() + '\n';
+    }
     message += '\n'; // end of the list
     socket.write(message);
     if (!socket.waitForBytesWritten(timeoutMs))
@@ -90,7 +103,8 @@ void SingleInstance::acceptConnection()
     while (QLocalSocket* socket = m_server->nextPendingConnection()) {
         connect(socket, &QLocalSocket::disconnected, socket, &QObject::deleteLater);
         QPointer<QLocalSocket> guard(socket);
-        connect(socket, &QLocalSocket::readyRead, this, [this, guard] {
+        auto commanded = std::make_shared<bool>(false);
+        connect(socket, &QLocalSocket::readyRead, this, [this, guard, commanded] {
             if (!guard)
                 return;
             if (guard->bytesAvailable() > maxMessageBytes) {
@@ -102,8 +116,14 @@ void SingleInstance::acceptConnection()
                 if (line.isEmpty()) {
                     guard->write(acknowledgement);
                     guard->disconnectFromServer();
-                    Q_EMIT activated();
+                    if (!*commanded)
+                        Q_EMIT activated();
                     return;
+                }
+                if (line.startsWith(commandPrefix)) {
+                    *commanded = true;
+                    Q_EMIT commandReceived(QString::fromUtf8(line));
+                    continue;
                 }
                 const QUrl url = QUrl::fromEncoded(line, QUrl::StrictMode);
                 if (url.isValid())

@@ -1,5 +1,6 @@
 // quillmoss-app: the desktop application. A launch given a "quillmoss://" URL
-// while the app already runs hands the URL over and exits.
+// or --toggle-mini-window while the app already runs hands them over and exits,
+// so a desktop-wide shortcut can run "quillmoss-app --toggle-mini-window".
 #include "app/AppBenchmark.h"
 #include "app/QuillmossApp.h"
 #include "app/SceneGraphBackend.h"
@@ -33,10 +34,15 @@ int main(int argc, char* argv[])
     Logging::install(logOptions);
 
     QList<QUrl> urls;
+    QStringList commands;
     bool benchmark = false;
     for (const QString& argument : QGuiApplication::arguments().mid(1)) {
         if (argument == u"--benchmark"_s) {
             benchmark = true;
+            continue;
+        }
+        if (argument == QLatin1StringView(QuillmossApp::toggleMiniWindowCommand)) {
+            commands << argument;
             continue;
         }
         const QUrl url(argument, QUrl::StrictMode);
@@ -45,7 +51,7 @@ int main(int argc, char* argv[])
     }
 
     AppOptions options = AppOptions::fromEnvironment();
-    if (SingleInstance::forward(options.instanceName, urls)) {
+    if (SingleInstance::forward(options.instanceName, urls, commands)) {
         qCInfo(lcApp) << "🔗 Quillmoss is already running; handed over to it";
         return 0;
     }
@@ -79,5 +85,7 @@ int main(int argc, char* argv[])
     }
     for (const QUrl& url : urls)
         app.handleUrl(url);
+    for (const QString& command : commands)
+        app.handleCommand(command);
     return QGuiApplication::exec();
 }
