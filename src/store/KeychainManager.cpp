@@ -2,6 +2,7 @@
 
 #include "core/Logging.h"
 
+#include <QMutex>
 #include <QTextBoundaryFinder>
 
 #include <algorithm>
@@ -31,6 +32,32 @@ const SecretSchema itemSchema = {
     nullptr,
     nullptr,
 };
+
+// Every operation goes through here. The Secret Service is reached over the
+// session bus, whose one shared connection GDBus makes on first use and by
+// default answers the bus going away by raising SIGTERM in the process. A
+// store that cannot be reached fails its operations instead (each with its
+// log line), so the connection libsecret is about to use is told not to end
+// the process, and is held so that it stays the shared one. A connection that
+// closed is replaced by the next operation.
+const SecretSchema* schema()
+{
+    static QMutex mutex;
+    static GDBusConnection* held = nullptr;
+    const QMutexLocker lock(&mutex);
+    if (held != nullptr && g_dbus_connection_is_closed(held)) {
+        g_object_unref(held);
+        held = nullptr;
+    }
+    if (held == nullptr) {
+        GError* error = nullptr;
+        held = g_bus_get_sync(G_BUS_TYPE_SESSION, nullptr, &error);
+        if (held != nullptr)
+            g_dbus_connection_set_exit_on_close(held, FALSE);
+        g_clear_error(&error);
+    }
+    return &itemSchema;
+}
 
 struct GErrorFree
 {
@@ -150,7 +177,7 @@ bool KeychainManager::writeItem(const QString& value, const QString& key,
     QByteArray secret = value.toUtf8();
     GError* rawError = nullptr;
     const gboolean stored = secret_password_store_sync(
-        &itemSchema, SECRET_COLLECTION_DEFAULT, label.constData(), secret.constData(), nullptr,
+        schema(), SECRET_COLLECTION_DEFAULT, label.constData(), secret.constData(), nullptr,
         &rawError, "service", service.constData(), "account", account.constData(), nullptr);
     secret.fill('\0');
     const ErrorPtr error(rawError);
@@ -171,7 +198,7 @@ std::optional<QString> KeychainManager::readKey(const QString& key) const
     const QByteArray account = key.toUtf8();
     GError* rawError = nullptr;
     const std::unique_ptr<SecretValue, SecretValueUnref> found(secret_password_lookup_binary_sync(
-        &itemSchema, nullptr, &rawError, "service", service.constData(), "account",
+        schema(), nullptr, &rawError, "service", service.constData(), "account",
         account.constData(), nullptr));
     const ErrorPtr error(rawError);
     if (!error && !found) {
@@ -200,7 +227,7 @@ bool KeychainManager::deleteKey(const QString& key) const
     GError* rawError = nullptr;
     // False without an error means there was nothing to delete: success, so that
     // sign-out can delete every token key unconditionally.
-    secret_password_clear_sync(&itemSchema, nullptr, &rawError, "service", service.constData(),
+    secret_password_clear_sync(schema(), nullptr, &rawError, "service", service.constData(),
                                "account", account.constData(), nullptr);
     const ErrorPtr error(rawError);
     if (error) {
@@ -216,7 +243,7 @@ bool KeychainManager::deleteAllKeys() const
 {
     const QByteArray service = m_serviceName.toUtf8();
     GError* rawError = nullptr;
-    secret_password_clear_sync(&itemSchema, nullptr, &rawError, "service", service.constData(),
+    secret_password_clear_sync(schema(), nullptr, &rawError, "service", service.constData(),
                                nullptr);
     const ErrorPtr error(rawError);
     if (error) {
@@ -232,10 +259,10 @@ QStringList KeychainManager::allKeys() const
 {
     const QByteArray service = m_serviceName.toUtf8();
     GHashTable* attributes =
-        secret_attributes_build(&itemSchema, "service", service.constData(), nullptr);
+        secret_attributes_build(schema(), "service", service.constData(), nullptr);
     GError* rawError = nullptr;
     const std::unique_ptr<GList, GListOfObjectsFree> items(secret_service_search_sync(
-        nullptr, &itemSchema, attributes,
+        nullptr, schema(), attributes,
         static_cast<SecretSearchFlags>(SECRET_SEARCH_ALL | SECRET_SEARCH_UNLOCK), nullptr,
         &rawError));
     g_hash_table_unref(attributes);
@@ -269,10 +296,10 @@ bool KeychainManager::isReachable() const
     // outlives the daemon and even the bus.
     const QByteArray service = m_serviceName.toUtf8();
     GHashTable* attributes =
-        secret_attributes_build(&itemSchema, "service", service.constData(), nullptr);
+        secret_attributes_build(schema(), "service", service.constData(), nullptr);
     GError* rawError = nullptr;
     const std::unique_ptr<GList, GListOfObjectsFree> items(secret_service_search_sync(
-        nullptr, &itemSchema, attributes, SECRET_SEARCH_NONE, nullptr, &rawError));
+        nullptr, schema(), attributes, SECRET_SEARCH_NONE, nullptr, &rawError));
     g_hash_table_unref(attributes);
     const ErrorPtr error(rawError);
     logDetail(error);
