@@ -21,9 +21,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 
     const QString redirect = QStringLiteral("quillmoss://oauth/callback");
     const QString state = QStringLiteral("s-1");
-    for (const QUrl& callback : {QUrl(QString::fromUtf8(bytes)),
-                                 QUrl(QString::fromUtf8(bytes), QUrl::StrictMode),
-                                 QUrl(redirect + u'?' + QString::fromUtf8(bytes))}) {
+    for (const QUrl& callback :
+         {QUrl(QString::fromUtf8(bytes)), QUrl(QString::fromUtf8(bytes), QUrl::StrictMode),
+          QUrl(redirect + u'?' + QString::fromUtf8(bytes))}) {
         const OAuthCallbackCheck check =
             OAuthCallbackCheck::of(callback, redirect, state, QStringLiteral("Demo"));
         if (check.code.has_value() == !check.error.isEmpty())
