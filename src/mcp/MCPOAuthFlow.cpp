@@ -203,6 +203,13 @@ void MCPOAuthFlow::start(Result result)
     QMetaObject::invokeMethod(
         this,
         [this] {
+            // Without a way to show the page, nothing is asked of the server.
+            if (!m_browser.open) {
+                qCWarning(lcMcp).noquote()
+                    << u"OAuth presentation context not provided for "_s + m_config.name;
+                fail(u"OAuth presentation context error"_s);
+                return;
+            }
             discoverOAuthEndpoints([this](const std::optional<OAuthEndpoints>& endpoints) {
                 if (!endpoints) {
                     fail(u"Failed to discover OAuth endpoints for "_s + m_config.name);
@@ -291,7 +298,9 @@ void MCPOAuthFlow::discoverOAuthEndpoints(
     const std::function<void(std::optional<OAuthEndpoints>)>& done)
 {
     setStage(Stage::Discovering);
-    discoverFromServerMetadata([this, done](const std::optional<OAuthEndpoints>& endpoints) {
+    const QUrl ownMetadata =
+        onOrigin(QUrl(m_config.url), u"/.well-known/oauth-authorization-server"_s);
+    discoverFromMetadata(ownMetadata, [this, done](const std::optional<OAuthEndpoints>& endpoints) {
         if (endpoints) {
             done(endpoints);
             return;
@@ -313,21 +322,16 @@ void MCPOAuthFlow::discoverOAuthEndpoints(
     });
 }
 
-void MCPOAuthFlow::discoverFromServerMetadata(
-    const std::function<void(std::optional<OAuthEndpoints>)>& done)
+void MCPOAuthFlow::discoverFromMetadata(
+    const QUrl& url, const std::function<void(std::optional<OAuthEndpoints>)>& done)
 {
-    const QUrl url = onOrigin(QUrl(m_config.url), u"/.well-known/oauth-authorization-server"_s);
     getJson(url, [this, url, done](const std::optional<QJsonObject>& json, const QString& why) {
         const QString where = url.toString(QUrl::RemoveUserInfo);
-        if (!json) {
-            qCWarning(lcMcp).noquote()
-                << u"Failed to retrieve OAuth metadata from "_s + where + u": "_s + printable(why);
-            done(std::nullopt);
-            return;
-        }
-        const std::optional<OAuthEndpoints> endpoints = endpointsFrom(*json);
+        const std::optional<OAuthEndpoints> endpoints = json ? endpointsFrom(*json) : std::nullopt;
         if (!endpoints) {
-            qCWarning(lcMcp).noquote() << u"Invalid OAuth metadata format from "_s + where;
+            qCWarning(lcMcp).noquote() << (json ? u"Invalid OAuth metadata format from "_s + where
+                                                : u"Failed to retrieve OAuth metadata from "_s +
+                                                      where + u": "_s + printable(why));
             done(std::nullopt);
             return;
         }
@@ -386,28 +390,8 @@ void MCPOAuthFlow::discoverFromResourceMetadata(
                     }
                     qCInfo(lcMcp).noquote() << u"Authorization server of "_s + name + u": "_s +
                                                    issuer.toString(QUrl::RemoveUserInfo);
-                    discoverFromIssuer(issuer, done);
+                    discoverFromMetadata(authorizationServerMetadataUrl(issuer), done);
                 });
-    });
-}
-
-void MCPOAuthFlow::discoverFromIssuer(
-    const QUrl& issuer, const std::function<void(std::optional<OAuthEndpoints>)>& done)
-{
-    const QUrl url = authorizationServerMetadataUrl(issuer);
-    getJson(url, [this, url, done](const std::optional<QJsonObject>& json, const QString& why) {
-        const QString where = url.toString(QUrl::RemoveUserInfo);
-        const std::optional<OAuthEndpoints> endpoints = json ? endpointsFrom(*json) : std::nullopt;
-        if (!endpoints) {
-            qCWarning(lcMcp).noquote() << (json ? u"Invalid OAuth metadata format from "_s + where
-                                                : u"Failed to retrieve OAuth metadata from "_s +
-                                                      where + u": "_s + printable(why));
-            done(std::nullopt);
-            return;
-        }
-        qCInfo(lcMcp).noquote() << u"Discovered OAuth endpoints for %1: auth=%2, token=%3"_s.arg(
-            m_config.name, endpoints->authorization.toString(), endpoints->token.toString());
-        done(endpoints);
     });
 }
 
@@ -487,7 +471,7 @@ void MCPOAuthFlow::performAuthorizationFlow(const OAuthEndpoints& endpoints,
 {
     const QString& name = m_config.name;
     const QString scope = scopeFor(name);
-    m_endpoints = endpoints;
+    m_tokenEndpoint = endpoints.token;
     m_clientId = clientId;
     m_state = randomToken();
     m_verifier = randomToken();
@@ -513,11 +497,6 @@ void MCPOAuthFlow::performAuthorizationFlow(const OAuthEndpoints& endpoints,
     qCInfo(lcMcp).noquote() << u"Starting OAuth authorization with client_id: "_s +
                                    printable(clientId) + u", scope: "_s + scope;
 
-    if (!m_browser.open) {
-        qCWarning(lcMcp).noquote() << u"OAuth presentation context not provided for "_s + name;
-        fail(u"OAuth presentation context error"_s);
-        return;
-    }
     setStage(Stage::WaitingForBrowser);
     m_browserLimit.start();
     // The browser may come back before `open` returns.
@@ -541,7 +520,7 @@ bool MCPOAuthFlow::handleCallback(const QUrl& callback)
         return true;
     }
     qCInfo(lcMcp).noquote() << u"Received OAuth authorization code for "_s + name;
-    exchangeCodeForToken(*check.code, m_endpoints.token, m_clientId, m_browser.redirectUri);
+    exchangeCodeForToken(*check.code, m_tokenEndpoint, m_clientId, m_browser.redirectUri);
     return true;
 }
 

@@ -127,11 +127,11 @@ private:
     void fail(const QString& error) { finish(std::nullopt, error); }
     QNetworkReply* track(QNetworkReply* reply);
     void getJson(const QUrl& url, JsonDone done);
-    void discoverFromServerMetadata(const std::function<void(std::optional<OAuthEndpoints>)>& done);
+    // The endpoints an authorization server's metadata document names.
+    void discoverFromMetadata(const QUrl& url,
+                              const std::function<void(std::optional<OAuthEndpoints>)>& done);
     void
     discoverFromResourceMetadata(const std::function<void(std::optional<OAuthEndpoints>)>& done);
-    void discoverFromIssuer(const QUrl& issuer,
-                            const std::function<void(std::optional<OAuthEndpoints>)>& done);
     void probeStreamForChallenge(const std::function<void(std::optional<QUrl>)>& done);
 
     const MCPRemoteConfig m_config;
@@ -142,7 +142,7 @@ private:
     QList<QPointer<QNetworkReply>> m_replies;
 
     // Of the authorization request that waits for the browser.
-    OAuthEndpoints m_endpoints;
+    QUrl m_tokenEndpoint;
     QString m_clientId;
     QString m_state;
     QString m_verifier;

@@ -275,18 +275,12 @@ void MCPRemoteService::handleOAuthAuthentication(const MCPRemoteConfig& config, 
     // One browser sign-in at a time: the newer one is what the user is doing.
     if (m_signInFlow)
         m_signInFlow->cancel();
-    // Found out before anything is asked of the server or the user.
-    std::optional<QString> refusal;
-    if (!m_browser.open) {
-        qCWarning(lcMcp).noquote() << u"OAuth presentation context not provided for "_s + name;
-        refusal = u"OAuth presentation context error"_s;
-    } else if (!KeychainManager::isValidKey(config.tokenKey())) {
+    // Found out before the user goes through the browser for nothing.
+    if (!KeychainManager::isValidKey(config.tokenKey())) {
         qCWarning(lcMcp).noquote() << u"Failed to store OAuth access token for "_s + name;
-        refusal = u"Failed to store OAuth access token securely"_s;
-    }
-    if (refusal) {
         QMetaObject::invokeMethod(
-            this, [done, error = *refusal] { done(error); }, Qt::QueuedConnection);
+            this, [done] { done(u"Failed to store OAuth access token securely"_s); },
+            Qt::QueuedConnection);
         return;
     }
     auto* flow = new MCPOAuthFlow(config, m_browser, m_timing.browserLimit, this);
