@@ -1,5 +1,6 @@
 #include "cli/BenchSupport.h"
 
+#include <QCommandLineParser>
 #include <QElapsedTimer>
 #include <QEventLoop>
 #include <QFile>
@@ -58,6 +59,15 @@ qint64 residentKilobytes()
             return line.mid(6).trimmed().split(' ').first().toLongLong();
     }
     return 0;
+}
+
+std::optional<int> positiveCount(const QCommandLineParser& parser)
+{
+    bool ok = false;
+    const int count = parser.value(QStringLiteral("count")).toInt(&ok);
+    if (!ok || count < 1)
+        return std::nullopt;
+    return count;
 }
 
 } // namespace BenchSupport

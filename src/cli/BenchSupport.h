@@ -5,7 +5,10 @@
 #include <QStringList>
 
 #include <functional>
+#include <optional>
 #include <vector>
+
+class QCommandLineParser;
 
 namespace BenchSupport {
 
@@ -20,5 +23,8 @@ double percentile(const std::vector<double>& sorted, double share);
 
 // The resident set of this process, in kB (0 where /proc is not there).
 qint64 residentKilobytes();
+
+// The "--count" option's value when it is a positive number.
+std::optional<int> positiveCount(const QCommandLineParser& parser);
 
 } // namespace BenchSupport

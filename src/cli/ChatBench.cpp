@@ -144,10 +144,10 @@ int runChatBench(CliContext& context, const QStringList& options)
     if (!parser.parse(QStringList{u"bench chat"_s} + options) ||
         !parser.positionalArguments().isEmpty())
         return context.usageError(parser.errorText(), usage);
-    bool countOk = false;
-    const int count = parser.value(u"count"_s).toInt(&countOk);
-    if (!countOk || count < 1)
+    const std::optional<int> positive = BenchSupport::positiveCount(parser);
+    if (!positive)
         return context.usageError(u"--count takes a positive number"_s, usage);
+    const int count = *positive;
 
     // A call of its own, silent: only the chat is measured.
     const auto services = context.makeServices([](Services::Options& options) {

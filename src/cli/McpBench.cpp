@@ -102,10 +102,10 @@ int runMcpBench(CliContext& context, const QStringList& options)
     if (!parser.parse(QStringList{u"bench mcp"_s} + options) ||
         !parser.positionalArguments().isEmpty())
         return context.usageError(parser.errorText(), usage);
-    bool countOk = false;
-    const int count = parser.value(u"count"_s).toInt(&countOk);
-    if (!countOk || count < 1)
+    const std::optional<int> positive = BenchSupport::positiveCount(parser);
+    if (!positive)
         return context.usageError(u"--count takes a positive number"_s, usage);
+    const int count = *positive;
     const QJsonDocument arguments = QJsonDocument::fromJson(parser.value(u"args"_s).toUtf8());
     if (!arguments.isObject())
         return context.usageError(u"--args takes a JSON object"_s, usage);

@@ -39,10 +39,10 @@ int runSessionBench(CliContext& context, const QStringList& options)
     if (!parser.parse(QStringList{u"bench session"_s} + options) ||
         !parser.positionalArguments().isEmpty())
         return context.usageError(parser.errorText(), usage);
-    bool countOk = false;
-    const int count = parser.value(u"count"_s).toInt(&countOk);
-    if (!countOk || count < 1)
+    const std::optional<int> positive = BenchSupport::positiveCount(parser);
+    if (!positive)
         return context.usageError(u"--count takes a positive number"_s, usage);
+    const int count = *positive;
 
     const auto services = context.makeServices();
     AuthenticationService* authentication = &services->authService();
